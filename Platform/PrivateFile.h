@@ -1,0 +1,33 @@
+// Files that only their owner may read, and the lock that lets one process at a time serve such a file.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "Platform/SystemError.h"
+
+namespace Platform {
+
+// Makes sure that `path` is a regular file that nobody but its owner can read or write: creates it empty, or takes the
+// rights of others from one that exists. The path is taken by its exact spelling. False with the system error.
+bool MakePrivateFile(const std::string& path, SystemError& error);
+
+// Held as long as the object lives; the system frees it when the process ends, however that happens.
+class IFileLock {
+public:
+    virtual ~IFileLock() = default;
+};
+
+// Takes the one lock of `path`, which is created for its owner when missing. It keeps out nobody but others who ask for
+// it here. Null with the system error, at once, when it cannot be had. Letting it go ends every record lock that this
+// process has on the file, so a database must be closed first.
+std::unique_ptr<IFileLock> TryLockFile(const std::string& path, SystemError& error);
+// The error that tells of a lock held by another process.
+SystemError FileLockedError();
+
+// The whole text of a small file, or of standard input when `path` is "-". False with the system error; a text of more
+// than `limit` bytes fails too, with FileTooLargeError(). Any kind of file; may wait for it.
+bool ReadWholeFile(const std::string& path, u64 limit, std::string& text, SystemError& error);
+SystemError FileTooLargeError();
+
+}  // namespace Platform

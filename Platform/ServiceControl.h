@@ -1,0 +1,57 @@
+// What the operating system's service manager wants from a service: a blocking dispatcher, controls, states.
+#pragma once
+
+#include <functional>
+
+#include "Platform/Types.h"
+
+namespace Platform {
+
+struct ServiceStatus {
+    u32 serviceType;
+    u32 currentState;
+    u32 controlsAccepted;
+    u32 exitCode;
+    u32 serviceExitCode;
+    u32 checkPoint;
+    u32 waitHint;
+};
+
+using ServiceMain = void (*)(u32 argCount, char** args);
+using ControlHandler = u32 (*)(u32 control, u32 eventType, void* eventData, void* context);
+using StatusHandle = struct StatusHandleTag*;
+
+// One service of the process; a table of them ends with two nulls.
+struct ServiceTableEntry {
+    const char* name;
+    ServiceMain main;
+};
+
+// Runs the services of the table, each main on a thread of its own ("service"), and blocks until they have ended;
+// controls arrive meanwhile on the calling thread. False at once when the process was not started as a service.
+bool StartServiceDispatcher(const ServiceTableEntry* table);
+
+// Called by a service's main. Null when the process does not run as a service.
+StatusHandle RegisterControlHandler(const char* name, ControlHandler handler, void* context);
+
+// Tells the service manager the state. Any thread.
+void SetServiceStatus(StatusHandle handle, const ServiceStatus& status);
+
+// To be called first thing in main, before any thread exists: from here on the stop signals of the system are kept for
+// StartServiceDispatcher() or ForegroundStop, and a broken pipe never ends the process.
+void PrepareProcess();
+
+// While it lives, a stop signal to a process in the foreground calls `stop`, on a thread of its own ("control").
+class ForegroundStop {
+public:
+    explicit ForegroundStop(std::function<void()> stop);
+    ~ForegroundStop();
+    ForegroundStop(const ForegroundStop&) = delete;
+    ForegroundStop& operator=(const ForegroundStop&) = delete;
+
+private:
+    struct Impl;
+    Impl* impl_;
+};
+
+}  // namespace Platform

@@ -1,0 +1,111 @@
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "Platform/NamedPipe.h"
+#include "Platform/Thread.h"
+#include "Platform/linux/Descriptor.h"
+#include "Platform/linux/PipeAddress.h"
+#include "Platform/linux/PipeListener.h"
+
+namespace Platform {
+namespace {
+
+// Holds exactly two blocks of 2000 bytes, as a pipe with a buffer of 4096 bytes does.
+constexpr int kSendBufferBytes = 4096;
+// A full socket is asked again at this pace. To be told by the kernel would be no better: it wakes a writer only when
+// the client has taken everything.
+constexpr u32 kFullRetryMilliseconds = 4;
+
+class PipeInstance final : public IPipeInstance {
+public:
+    explicit PipeInstance(std::shared_ptr<PipeListener> listener) : listener_(std::move(listener)) {}
+    ~PipeInstance() override { DropReceived(); }
+
+    PipeId Id() const override { return id_; }
+    ConnectState PollConnect(SystemError& error) override;
+    i64 Write(const void* data, u64 size) override;
+
+private:
+    void DropReceived();
+
+    const PipeId id_ = NextPipeId();
+    std::shared_ptr<PipeListener> listener_;  // until the client has come
+    Descriptor client_;
+};
+
+ConnectState PipeInstance::PollConnect(SystemError& error) {
+    error = 0;
+    if (client_.IsOpen()) return ConnectState::Connected;
+    // An accept that finds nobody costs ten times as much as this question.
+    pollfd waiting{listener_->Get(), POLLIN, 0};
+    const int ready = ::poll(&waiting, 1, 0);
+    if (ready == 0 || (ready < 0 && errno == EINTR)) return ConnectState::Pending;
+    if (ready < 0) {
+        error = static_cast<SystemError>(errno);
+        return ConnectState::Failed;
+    }
+    Descriptor client(::accept4(listener_->Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (!client.IsOpen()) {
+        if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return ConnectState::Pending;
+        error = static_cast<SystemError>(errno);
+        return ConnectState::Failed;
+    }
+    if (::setsockopt(client.Get(), SOL_SOCKET, SO_SNDBUF, &kSendBufferBytes, sizeof kSendBufferBytes) != 0) {
+        error = static_cast<SystemError>(errno);
+        return ConnectState::Failed;
+    }
+    // The pipe goes one way: a client's write fails.
+    ::shutdown(client.Get(), SHUT_RD);
+    client_ = std::move(client);
+    listener_.reset();
+    return ConnectState::Connected;
+}
+
+i64 PipeInstance::Write(const void* data, u64 size) {
+    for (;;) {
+        const ssize_t taken = ::send(client_.Get(), data, size, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (taken >= 0) return taken;
+        if (errno == EINTR) continue;
+        if (errno != EAGAIN && errno != ENOBUFS && errno != ENOMEM) return -1;
+        SleepMilliseconds(kFullRetryMilliseconds);
+    }
+}
+
+// What a client sent before it was accepted would turn the end it sees into a reset.
+void PipeInstance::DropReceived() {
+    if (!client_.IsOpen()) return;
+    char dropped[4096];
+    while (::recv(client_.Get(), dropped, sizeof dropped, MSG_DONTWAIT) > 0) {
+    }
+}
+
+class PipeEndpoint final : public IPipeEndpoint {
+public:
+    explicit PipeEndpoint(std::string name) : name_(std::move(name)) {}
+    ~PipeEndpoint() override {
+        // Also when an instance still holds it: the name ends here.
+        if (listener_) listener_->Close();
+    }
+
+    std::unique_ptr<IPipeInstance> CreateInstance(SystemError& error) override {
+        error = 0;
+        if (!listener_) listener_ = PipeListener::Bind(name_, error);
+        if (!listener_) return nullptr;
+        return std::make_unique<PipeInstance>(listener_);
+    }
+
+private:
+    const std::string name_;
+    std::shared_ptr<PipeListener> listener_;
+};
+
+}  // namespace
+
+std::unique_ptr<IPipeEndpoint> CreatePipeEndpoint(const std::string& name) {
+    return std::make_unique<PipeEndpoint>(name);
+}
+
+}  // namespace Platform

@@ -1,0 +1,109 @@
+#include "Platform/PrivateFile.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace Platform {
+namespace {
+
+class Descriptor {
+public:
+    explicit Descriptor(int fd) : fd_(fd) {}
+    ~Descriptor() {
+        if (fd_ >= 0) ::close(fd_);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int Get() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+class FileLock : public IFileLock {
+public:
+    explicit FileLock(int fd) : descriptor_(fd) {}
+    int Get() const { return descriptor_.Get(); }
+
+private:
+    Descriptor descriptor_;
+};
+
+SystemError LastError() {
+    return static_cast<SystemError>(errno);
+}
+
+}  // namespace
+
+bool MakePrivateFile(const std::string& path, SystemError& error) {
+    error = 0;
+    // One that exists is never opened here: closing it would take away the record locks that others in this process
+    // hold on it.
+    const Descriptor made(::open(path.c_str(), O_RDONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (made.Get() >= 0) return true;
+    struct stat status {};
+    if (errno != EEXIST || ::stat(path.c_str(), &status) != 0) {
+        error = LastError();
+        return false;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        error = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+        return false;
+    }
+    if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0 && ::chmod(path.c_str(), status.st_mode & S_IRWXU) != 0) {
+        error = LastError();
+        return false;
+    }
+    return true;
+}
+
+std::unique_ptr<IFileLock> TryLockFile(const std::string& path, SystemError& error) {
+    error = 0;
+    auto lock =
+        std::make_unique<FileLock>(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, S_IRUSR | S_IWUSR));
+    if (lock->Get() < 0 || ::flock(lock->Get(), LOCK_EX | LOCK_NB) != 0) {
+        error = LastError();
+        return nullptr;
+    }
+    return lock;
+}
+
+SystemError FileLockedError() {
+    return EWOULDBLOCK;
+}
+
+bool ReadWholeFile(const std::string& path, u64 limit, std::string& text, SystemError& error) {
+    text.clear();
+    error = 0;
+    const bool standardInput = path == "-";
+    const Descriptor file(standardInput ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (file.Get() < 0) {
+        error = LastError();
+        return false;
+    }
+    char buffer[16384];
+    for (;;) {
+        const ssize_t count = ::read(file.Get(), buffer, sizeof(buffer));
+        if (count == 0) return true;
+        if (count < 0) {
+            if (errno == EINTR) continue;
+            error = LastError();
+            return false;
+        }
+        text.append(buffer, static_cast<std::size_t>(count));
+        if (text.size() > limit) {
+            error = FileTooLargeError();
+            return false;
+        }
+    }
+}
+
+SystemError FileTooLargeError() {
+    return EFBIG;
+}
+
+}  // namespace Platform

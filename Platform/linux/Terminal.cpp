@@ -1,0 +1,74 @@
+#include "Platform/Terminal.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace Platform {
+namespace {
+
+int Descriptor(StandardStream stream) {
+    switch (stream) {
+        case StandardStream::Input:
+            return STDIN_FILENO;
+        case StandardStream::Output:
+            return STDOUT_FILENO;
+        case StandardStream::Error:
+            break;
+    }
+    return STDERR_FILENO;
+}
+
+void WriteAll(int fd, const std::string& text) {
+    std::size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t count = ::write(fd, text.data() + done, text.size() - done);
+        if (count <= 0) return;
+        done += static_cast<std::size_t>(count);
+    }
+}
+
+}  // namespace
+
+bool IsTerminal(StandardStream stream) {
+    return ::isatty(Descriptor(stream)) == 1;
+}
+
+u32 TerminalWidth() {
+    for (const int fd : {STDERR_FILENO, STDOUT_FILENO}) {
+        winsize size{};
+        if (::ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+    }
+    return 80;
+}
+
+bool ReadPassword(const std::string& prompt, std::string& password) {
+    password.clear();
+    const int fd = ::open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) return false;
+    termios before{};
+    if (::tcgetattr(fd, &before) != 0) {
+        ::close(fd);
+        return false;
+    }
+    termios silent = before;
+    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    ::tcsetattr(fd, TCSAFLUSH, &silent);
+    WriteAll(fd, prompt);
+    bool complete = false;
+    char c = 0;
+    while (::read(fd, &c, 1) == 1) {
+        if (c == '\n') {
+            complete = true;
+            break;
+        }
+        password.push_back(c);
+    }
+    WriteAll(fd, "\n");
+    ::tcsetattr(fd, TCSAFLUSH, &before);
+    ::close(fd);
+    return complete;
+}
+
+}  // namespace Platform

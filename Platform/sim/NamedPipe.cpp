@@ -1,0 +1,206 @@
+#include "Platform/NamedPipe.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "Platform/sim/SimPipeTable.h"
+#include "Platform/sim/World.h"
+
+namespace Platform {
+
+namespace {
+
+using Sim::PipeConnection;
+using Sim::PipeFault;
+using Sim::PipeFaults;
+using Sim::PipeServer;
+using SimPipeTable = Sim::SimPipes::Impl;
+
+SimPipeTable& Table() {
+    return Sim::Pipes().Internals();
+}
+
+// The failure that `name` has for an operation; 0 for none.
+SystemError TakeFault(SimPipeTable& table, const std::string& name, PipeFault PipeFaults::*kind) {
+    if (table.faults.empty()) return 0;
+    const auto found = table.faults.find(PipeFileName(name));
+    return found == table.faults.end() ? 0 : (found->second.*kind).TakeError();
+}
+
+class SimPipeInstance final : public IPipeInstance {
+public:
+    SimPipeInstance(std::shared_ptr<SimPipeTable> table, std::shared_ptr<PipeServer> server)
+        : table_(std::move(table)), server_(std::move(server)), id_(++table_->lastId) {
+        ++table_->counters.instancesAlive;
+    }
+
+    ~SimPipeInstance() override {
+        --table_->counters.instancesAlive;
+        if (connection_ == nullptr) return;
+        connection_->serverGone = true;
+        Sim::WakeAllIn(connection_->readers);
+    }
+
+    PipeId Id() const override { return id_; }
+
+    ConnectState PollConnect(SystemError& error) override {
+        Sim::SchedulingPoint();
+        error = 0;
+        if (connection_ != nullptr) return ConnectState::Connected;
+        error = TakeFault(*table_, server_->name, &PipeFaults::polls);
+        if (error != 0) return ConnectState::Failed;
+        if (server_->waiting.empty()) return ConnectState::Pending;
+        connection_ = std::move(server_->waiting.front());
+        server_->waiting.pop_front();
+        --table_->counters.clientsQueued;
+        return ConnectState::Connected;
+    }
+
+    i64 Write(const void* data, u64 size) override {
+        ++table_->counters.writes;
+        Sim::SchedulingPoint();
+        if (connection_ == nullptr || connection_->clientGone) return -1;
+        u64 count = std::min<u64>(size, Sim::SimPipes::Capacity);
+        if (table_->writeLimit != 0) count = std::min(count, table_->writeLimit);
+        while (connection_->Room() < count) {
+            ++table_->counters.writersBlocked;
+            Sim::BlockOrThrow(connection_->writers, Sim::kNever, {"the client of a full pipe"});
+            --table_->counters.writersBlocked;
+            if (connection_->clientGone) return -1;
+        }
+        connection_->Put(static_cast<const u8*>(data), count);
+        table_->counters.bytesWritten += count;
+        Sim::WakeAllIn(connection_->readers);
+        return static_cast<i64>(count);
+    }
+
+private:
+    const std::shared_ptr<SimPipeTable> table_;
+    const std::shared_ptr<PipeServer> server_;
+    const PipeId id_;
+    std::shared_ptr<PipeConnection> connection_;
+};
+
+class SimPipeEndpoint final : public IPipeEndpoint {
+public:
+    SimPipeEndpoint(std::shared_ptr<SimPipeTable> table, std::string name)
+        : table_(std::move(table)), name_(std::move(name)) {
+        ++table_->counters.endpointsAlive;
+    }
+
+    ~SimPipeEndpoint() override {
+        --table_->counters.endpointsAlive;
+        if (server_ != nullptr) table_->Close(*server_);
+    }
+
+    std::unique_ptr<IPipeInstance> CreateInstance(SystemError& error) override {
+        Sim::SchedulingPoint();
+        error = TakeFault(*table_, name_, &PipeFaults::instances);
+        if (error != 0 || (server_ == nullptr && !Serve(error))) return nullptr;
+        return std::make_unique<SimPipeInstance>(table_, server_);
+    }
+
+private:
+    bool Serve(SystemError& error) {
+        std::string key;
+        if (!table_->MakeKey(name_, key, error)) return false;
+        error = EADDRINUSE;
+        if (table_->FindServer(key) != nullptr) return false;
+        server_ = std::make_shared<PipeServer>();
+        server_->key = std::move(key);
+        server_->name = name_;
+        table_->servers.push_back(server_);
+        error = 0;
+        return true;
+    }
+
+    const std::shared_ptr<SimPipeTable> table_;
+    const std::string name_;
+    std::shared_ptr<PipeServer> server_;
+};
+
+class SimPipeClient final : public IPipeClient {
+public:
+    SimPipeClient(std::shared_ptr<SimPipeTable> table, std::string name, std::shared_ptr<PipeConnection> connection)
+        : table_(std::move(table)), name_(std::move(name)), connection_(std::move(connection)), id_(++table_->lastId) {
+        ++table_->counters.clientsAlive;
+    }
+
+    ~SimPipeClient() override {
+        --table_->counters.clientsAlive;
+        connection_->clientGone = true;
+        Sim::WakeAllIn(connection_->writers);
+    }
+
+    PipeId Id() const override { return id_; }
+
+    Outcome Read(void* destination, u64 size, u32 timeoutMilliseconds, u64& taken, SystemError& error) override {
+        Sim::SchedulingPoint();
+        taken = 0;
+        error = TakeFault(*table_, name_, &PipeFaults::reads);
+        if (error != 0) return Outcome::Closed;
+        const u64 end = Sim::Clock().SteadyNanoseconds() + timeoutMilliseconds * Sim::kNanosecondsPerMillisecond;
+        while (connection_->used == 0) {
+            error = connection_->endError;
+            if (connection_->serverGone) return Outcome::Closed;
+            if (Sim::Clock().SteadyNanoseconds() >= end) return Outcome::TimedOut;
+            Sim::BlockOrThrow(connection_->readers, end, {"bytes from a pipe"});
+        }
+        taken = std::min(size, connection_->used);
+        connection_->Take(static_cast<u8*>(destination), taken);
+        Sim::WakeAllIn(connection_->writers);
+        return Outcome::Data;
+    }
+
+    bool Available(u64& bytes) override {
+        Sim::SchedulingPoint();
+        bytes = connection_->used;
+        return bytes != 0 || !connection_->serverGone;
+    }
+
+private:
+    const std::shared_ptr<SimPipeTable> table_;
+    const std::string name_;
+    const std::shared_ptr<PipeConnection> connection_;
+    const PipeId id_;
+};
+
+}  // namespace
+
+std::unique_ptr<IPipeEndpoint> CreatePipeEndpoint(const std::string& name) {
+    return std::make_unique<SimPipeEndpoint>(Table().shared_from_this(), name);
+}
+
+std::unique_ptr<IPipeClient> ConnectPipe(const std::string& name, SystemError& error) {
+    Sim::SchedulingPoint();
+    SimPipeTable& table = Table();
+    error = TakeFault(table, name, &PipeFaults::connects);
+    std::string key;
+    if (error != 0 || !table.MakeKey(name, key, error)) return nullptr;
+    const auto server = table.FindServer(key);
+    error = ENOENT;
+    if (server == nullptr) return nullptr;
+    error = PipeBusyError();
+    if (server->waiting.size() >= table.queueLength) return nullptr;
+    auto connection = std::make_shared<PipeConnection>(std::move(key));
+    server->waiting.push_back(connection);
+    ++table.counters.clientsQueued;
+    ++table.counters.connects;
+    error = 0;
+    return std::make_unique<SimPipeClient>(table.shared_from_this(), name, std::move(connection));
+}
+
+SystemError PipeBusyError() {
+    return EAGAIN;
+}
+
+void SetPipeFolder(const std::string& folder) {
+    Table().folder = folder;
+}
+
+std::string PipeFolder() {
+    return Table().folder;
+}
+
+}  // namespace Platform

@@ -1,0 +1,40 @@
+# One library of the system: orv_library(OrvName SOURCES a.cpp b.cpp LINKS OrvOther ...)
+function(orv_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR})
+  target_link_libraries(${name} PUBLIC ${ARG_LINKS} PRIVATE OrvFlags)
+endfunction()
+
+# One program: orv_program(orv-name SOURCES main.cpp LINKS ...)
+function(orv_program name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE OrvFlags ${ARG_LINKS})
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+endfunction()
+
+# One test program, each of its cases a CTest test of its own:
+# orv_test(name SOURCES a.cpp LINKS OrvX OrvPlatformLinux LABELS threads TIMEOUT 60)
+# Link exactly one of OrvPlatformLinux and OrvPlatformSim. Labels in use: "threads" for tests that also run under the
+# thread sanitizer, "e2e" for tests with real processes, "realtime" for tests that must not share the machine.
+function(orv_test name)
+  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LINKS;LABELS" ${ARGN})
+  if(ORV_TEST_LABEL AND NOT ORV_TEST_LABEL IN_LIST ARG_LABELS)
+    return()
+  endif()
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 60)
+  endif()
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE OrvFlags ${ARG_LINKS} GTest::gmock GTest::gtest GTest::gtest_main)
+  if(ORV_TEST_PREFIX)
+    # A sanitizer run repeats the whole program at once; which case failed stands in its output.
+    add_test(NAME "${ORV_TEST_PREFIX}${name}" COMMAND ${name})
+    math(EXPR timeout "${ARG_TIMEOUT} * 4")
+    set_tests_properties("${ORV_TEST_PREFIX}${name}" PROPERTIES TIMEOUT ${timeout} LABELS "${ARG_LABELS}")
+  else()
+    gtest_discover_tests(${name} TEST_PREFIX "${name}: " DISCOVERY_MODE PRE_TEST
+      PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
+  endif()
+endfunction()

@@ -1,0 +1,20 @@
+// The link between processes, over gRPC. Link.proto is its contract on the wire.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "VX/Link.h"
+
+namespace VX {
+
+// Connects over TCP. A dead server is seen at once, a hung one after 40 seconds at most.
+std::unique_ptr<ILinkConnector> CreateGrpcConnector();
+
+// Listens on `host`:`port` (an empty host: 127.0.0.1; port 0: any free one, told by Port()) under the name
+// "ConfigService". Null with a reason when it cannot. `service` must outlive the server; none of its operations runs
+// any more when Stop() has returned, which waits for those under way, and so must not be called by them.
+std::unique_ptr<ILinkServer> CreateGrpcServer(const std::string& host, u32 port, ILinkService& service,
+                                              std::string& reason);
+
+}  // namespace VX

@@ -1,0 +1,165 @@
+// A stream over real files on the real disk.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+
+#include "Platform/Thread.h"
+#include "Projects/Common/VoIPFileEngine/FileView.h"
+#include "tests/Projects/Common/VoIPFileEngine/AdpcmSample.h"
+#include "tests/Projects/Common/VoIPFileEngine/AllocationCounter.h"
+#include "tests/Projects/Common/VoIPFileEngine/EngineLog.h"
+#include "tests/Projects/Common/VoIPFileEngine/SoundFiles.h"
+#include "tests/Projects/Common/VoIPFileEngine/StreamPlayer.h"
+
+namespace Orv {
+namespace {
+
+using TestData::Audio;
+using TestData::PcmWave;
+using TestData::SameBytes;
+using TestData::StreamPlayer;
+
+class RawFileStreamLinuxTest : public testing::Test {
+protected:
+    RawFileStreamLinuxTest() {
+        std::random_device random;
+        do {
+            folder_ = std::filesystem::temp_directory_path() / ("orv-raw-" + std::to_string(random()));
+        } while (!std::filesystem::create_directory(folder_));
+    }
+    ~RawFileStreamLinuxTest() override { std::filesystem::remove_all(folder_); }
+
+    std::string Write(const std::string& name, const std::string& bytes) {
+        const std::string path = folder_ / name;
+        std::ofstream(path, std::ios::binary) << bytes;
+        return path;
+    }
+    // All that the stream gives, without zeros: a late disk and the end add nothing but zeros, and the files here have
+    // none. The clock runs on between frames that brought none, so that a slow disk gets its time.
+    static std::string PlayWithoutZeros(StreamPlayer& player) {
+        std::string all;
+        u32 empty = 0;
+        for (std::string frame = player.Next(); frame != "end" && empty < 20'000; frame = player.Next()) {
+            std::erase(frame, '\0');
+            all += frame;
+            if (frame.empty()) {
+                ++empty;
+                Platform::SleepMilliseconds(1);
+            }
+        }
+        return all;
+    }
+
+    std::filesystem::path folder_;
+};
+
+TEST_F(RawFileStreamLinuxTest, RealFilesPlayByteForByte) {
+    for (const u64 length : {1u, 1999u, 2000u, 8192u, 8193u, 100'001u, 1'024'001u}) {
+        const std::string audio = Audio(length);
+        StreamPlayer raw(Write("a.raw", audio), 2000);
+        EXPECT_TRUE(SameBytes(PlayWithoutZeros(raw), audio));
+        StreamPlayer wave(Write("a.wav", PcmWave(audio)), 2000);
+        EXPECT_TRUE(SameBytes(PlayWithoutZeros(wave), audio));
+    }
+}
+
+TEST_F(RawFileStreamLinuxTest, ARealAdpcmFilePlaysAsAnIndependentDecoderDecodesIt) {
+    const std::string compressed(TestData::AdpcmBlocks.begin(), TestData::AdpcmBlocks.end());
+    const std::string path = Write("a.wav", TestData::AdpcmWave(compressed));
+    std::string expected(reinterpret_cast<const char*>(TestData::AdpcmSamples.data()), 2020);
+    std::erase(expected, '\0');
+    StreamPlayer player(path, 2000);
+    EXPECT_TRUE(SameBytes(PlayWithoutZeros(player), expected));
+}
+
+TEST_F(RawFileStreamLinuxTest, AFileIsFoundWhateverItsCase) {
+    const std::string audio = Audio(5000);
+    Write("Jingle.WAV", PcmWave(audio));
+    StreamPlayer player((folder_ / "jingle.wav").string(), 2000);
+    EXPECT_TRUE(SameBytes(PlayWithoutZeros(player), audio));
+}
+
+TEST_F(RawFileStreamLinuxTest, AFileCutOrRemovedWhileItPlaysEndsTheStreamAndNothingElse) {
+    const std::string audio = Audio(300'000);
+    const std::string cut = Write("cut.wav", PcmWave(audio)), gone = Write("gone.wav", PcmWave(audio));
+    StreamPlayer first(cut, 2000), second(gone, 2000);
+    std::string played = first.Next();
+    std::erase(played, '\0');
+    std::filesystem::resize_file(cut, 60);
+    std::filesystem::remove(gone);
+    // At most what the two buffers held.
+    played += PlayWithoutZeros(first);
+    EXPECT_LE(played.size(), 16'384u);
+    EXPECT_TRUE(SameBytes(played, audio.substr(0, played.size())));
+    EXPECT_TRUE(SameBytes(PlayWithoutZeros(second), audio));
+}
+
+TEST_F(RawFileStreamLinuxTest, OnlyThirtyTwoBitsOfAFilesLengthCount) {
+    const std::string path = Write("big.dat", Audio(10));
+    std::filesystem::resize_file(path, (1ull << 32) + 100);
+    const FileView view(path, false);
+    ASSERT_TRUE(view.IsValid());
+    EXPECT_EQ(view.size, 100u);
+}
+
+TEST_F(RawFileStreamLinuxTest, AWalkOverNearlyFourGibibytesOfOneChunkIsAStep) {
+    // RIFF, fmt, one chunk of 4 GiB less 20,000 bytes, then the audio.
+    const u32 filler = 0xFFFFFFFF - 20'000;
+    const std::string head = "RIFF" + TestData::Le32(0) + "WAVE" + TestData::Chunk("fmt ", TestData::PcmFormat()) +
+                             "LIST" + TestData::Le32(filler);
+    const std::string audio = Audio(5000);
+    const std::string path = Write("big.wav", head);
+    std::filesystem::resize_file(path, head.size() + filler);
+    std::ofstream(path, std::ios::binary | std::ios::app) << TestData::Chunk("data", audio);
+    StreamPlayer player(path, 2000);
+    EXPECT_TRUE(SameBytes(PlayWithoutZeros(player), audio));
+}
+
+TEST_F(RawFileStreamLinuxTest, AReadThatWouldPassFourGibibytesIsNotCutAtTheEndOfTheAudio) {
+    // Positions have 32 bits: the sum of position and length wraps, is then below the end, and the read takes what the
+    // file has behind the audio, too. The read after it begins where that one ended, behind the end, and is not made.
+    const u32 fileSize = 0xFFFFFFFF;
+    const std::string audio = Audio(1000), behind = Audio(100, 9);
+    const std::string data = TestData::Chunk("data", audio) + behind;
+    const std::string start = "RIFF" + TestData::Le32(0) + "WAVE" + TestData::Chunk("fmt ", TestData::PcmFormat());
+    const u32 filler = fileSize - static_cast<u32>(start.size() + 8 + data.size());
+    const std::string path = Write("wrap.wav", start + "LIST" + TestData::Le32(filler));
+    std::filesystem::resize_file(path, start.size() + 8 + filler);
+    std::ofstream(path, std::ios::binary | std::ios::app) << data;
+    ASSERT_EQ(std::filesystem::file_size(path), fileSize);
+    StreamPlayer player(path, 2000);
+    EXPECT_TRUE(SameBytes(PlayWithoutZeros(player), audio + behind));
+}
+
+// Goal: between the start and the end of a file nothing is allocated. Method: count the player's allocations over 1,000
+// frames, which cross 244 buffers, and a few of an ADPCM file.
+TEST_F(RawFileStreamLinuxTest, AThousandFramesInsideAFileAllocateNothing) {
+    const std::string pcm = Write("a.wav", PcmWave(Audio(2'100'000)));
+    const std::string adpcm = Write("b.wav", TestData::AdpcmWave(std::string(600'000, '\0')));
+    for (const std::string& path : {pcm, adpcm}) {
+        RawFileStream stream(1);
+        std::string block(2000, '\0');
+        ASSERT_TRUE(stream.Open(path.c_str(), block.data(), 2000));
+        ContentEventList events;
+        const u8* frame = nullptr;
+        for (u32 i = 0; i < 20; ++i) ASSERT_TRUE(stream.GetNextFrame(&frame, events));
+        bool current = true;
+        const TestData::AllocationCounter counter;
+        for (u32 i = 0; i < 1000; ++i) current = stream.GetNextFrame(&frame, events) && current;
+        EXPECT_EQ(counter.Count(), 0u) << path;
+        EXPECT_TRUE(current);
+    }
+}
+
+TEST_F(RawFileStreamLinuxTest, TheAllocationCounterCounts) {
+    const TestData::AllocationCounter counter;
+    const std::string text(100, 'x');
+    EXPECT_EQ(counter.Count(), 1u) << text;
+}
+
+}  // namespace
+}  // namespace Orv

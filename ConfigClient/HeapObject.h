@@ -1,0 +1,24 @@
+// Puts the objects of a class on the library's heap.
+#pragma once
+
+#include <cstddef>
+#include <new>
+
+#include "VX/ParamList.h"
+
+namespace ConfigConnection {
+
+class HeapObject {
+public:
+    static void* operator new(std::size_t size) {
+        void* memory = VXAllocate(size);
+        if (memory == nullptr) throw std::bad_alloc();
+        return memory;
+    }
+    static void operator delete(void* memory) noexcept { VXFree(memory); }
+
+protected:
+    ~HeapObject() = default;
+};
+
+}  // namespace ConfigConnection

@@ -1,0 +1,51 @@
+// One client of a channel: its pipe, and the blocks on their way to it.
+#pragma once
+
+#include <memory>
+
+#include "Platform/NamedPipe.h"
+#include "ServiceProcess/MTReferencedTypeBase.h"
+
+namespace Orv {
+
+// A channel's unit: 125 ms of sound.
+inline constexpr u32 BlockSamples = 1000;
+inline constexpr u32 BlockBytes = 2 * BlockSamples;
+
+// Owns one pipe to one client; letting it go disconnects the client. Belongs to the channel's pump thread.
+class BufferTransportImpl : public MTObjects::MTReferencedTypeBase {
+public:
+    explicit BufferTransportImpl(std::unique_ptr<Platform::IPipeInstance> pipe) : pipe_(std::move(pipe)) {}
+
+    // The connection's ID in the log.
+    Platform::PipeId Id() const { return pipe_->Id(); }
+    // As IPipeInstance::Write. Blocks while the client's buffer is full.
+    i64 Write(const void* data, u64 size) { return pipe_->Write(data, size); }
+
+protected:
+    bool TestValid() const override { return pipe_ != nullptr; }
+
+private:
+    std::unique_ptr<Platform::IPipeInstance> pipe_;
+};
+
+// A connected client with its staging block, through which whatever comes in leaves in blocks of BlockBytes.
+class ChannelConnection {
+public:
+    explicit ChannelConnection(MTObjects::THolder<BufferTransportImpl> transport) : transport_(std::move(transport)) {}
+
+    // Adds samples, and writes each block that becomes full. Blocks while the client takes nothing. False when the
+    // client is gone.
+    bool Send(const u8* samples, u64 count);
+    // The ID for the log; 0 without a valid pipe.
+    Platform::PipeId Id() const { return transport_.IsValid() ? transport_->Id() : 0; }
+
+private:
+    bool WriteStaged();
+
+    u8 data_[BlockBytes] = {};
+    u64 fill_ = 0;  // samples that wait in data_, below BlockSamples
+    MTObjects::THolder<BufferTransportImpl> transport_;
+};
+
+}  // namespace Orv

@@ -1,0 +1,186 @@
+#include "AudioFeeder/PipeFeed.h"
+
+#include <cstring>
+#include <system_error>
+
+#include "AudioFeeder/SharedValues.h"
+#include "Platform/Clock.h"
+#include "Platform/Random.h"
+#include "ServiceProcess/Log.h"
+
+namespace Orv {
+
+namespace {
+
+constexpr char kLogSource[] = "PipeManager";
+
+constexpr u32 kBlockMilliseconds = 125;
+// How far the first block after a rest is overdue: three blocks go out at once.
+constexpr u32 kHeadStartMilliseconds = 400;
+
+constexpr u8 kSilenceBlock[BlockBytes] = {};
+
+// The steady clock as the pump counts it, in 32 bits with wrap-around.
+u32 NowMilliseconds() {
+    return static_cast<u32>(Platform::SteadyMilliseconds());
+}
+
+// Limit in the low 16 bits, autogain above.
+u32 Pack(const LevelSetting& level) noexcept {
+    return static_cast<u16>(level.maxLevel) | (level.autogain ? 0x10000U : 0U);
+}
+
+LevelSetting Unpack(u32 packed) noexcept {
+    return {static_cast<i16>(static_cast<u16>(packed)), (packed & 0x10000U) != 0};
+}
+
+// The feed's own setting, which needs a limit in the row.
+LevelSetting OwnLevel(const FeedRow& row) {
+    if (VXParamInfo(row.base.Get(), Columns::maxvolume) == nullptr) return {};
+    return {LevelFromPercent(row.Number(Columns::maxvolume)), row.Number(Columns::autogain) != 0};
+}
+
+// The setting that a new channel starts with: a limit of 0 in the row stands until the first block.
+LevelSetting FirstLevel(const FeedRow& row) {
+    return VXParamInfo(row.base.Get(), Columns::maxvolume) != nullptr ? OwnLevel(row) : GlobalLevelSetting();
+}
+
+std::string MakeLogPrefix(const FeedRow& row, i32 instanceId) {
+    return std::string("Channel ") + row.Text(Columns::thename) + " as " + row.Text(Columns::pipename) + "[" +
+           std::to_string(instanceId) + "]:";
+}
+
+}  // namespace
+
+IPipeFeed::IPipeFeed(const FeedRow& row)
+    : instanceId_(NextInstanceId()),
+      row_(row.base),
+      logPrefix_(MakeLogPrefix(row_, instanceId_)),
+      feedType_(row_.Number(Columns::feedtype)),
+      playAnnouncements_(row_.Number(Columns::playannouncements) != 0),
+      nonstop_(row_.Number(Columns::nonstop) != 0),
+      feedLevel_(Pack(OwnLevel(row_))),
+      volume_(FirstLevel(row_)),
+      listener_(row_.Text(Columns::pipename), logPrefix_) {
+    if (volume_.IsOn()) {
+        ORV_LOG(Trace) << logPrefix_ << "Volume control: " << DescribeLevelSetting(volume_.InUse());
+    } else {
+        ORV_LOG(Trace) << logPrefix_ << "Volume control is turned off";
+    }
+    Start();
+    try {
+        const std::string threadName = std::string("pump:") + row_.Text(Columns::pipename);
+        pumpThread_ = Platform::Thread(threadName.c_str(), [this] { Pump(); });
+    } catch (const std::system_error&) {
+        // One channel without a thread is told below; it takes no other channel with it.
+    }
+    // At "Error" in both cases, so that each life of a channel stands out in the log.
+    ORV_LOG(Error) << logPrefix_ << (pumpThread_.Joinable() ? "Started" : "Cannot start thread");
+}
+
+IPipeFeed::~IPipeFeed() {
+    Shutdown();
+    MTObjects::THolder<BufferTransportImpl> waiting(new BufferTransportImpl(listener_.TakeWaiting()));
+    ORV_LOG(Info) << logPrefix_ << "Destroyed";
+}
+
+void IPipeFeed::Shutdown() {
+    ORV_LOG(Info) << logPrefix_ << "Shutdown";
+    stopFlag_.store(true, std::memory_order_release);
+    stopRequest_.Set();
+    if (pumpThread_.Joinable()) pumpThread_.Join();
+}
+
+void IPipeFeed::SetFeedLevel(const LevelSetting& level) noexcept {
+    feedLevel_.store(Pack(level), std::memory_order_relaxed);
+}
+
+bool IPipeFeed::MustStop() const noexcept {
+    return channelsStopping.load(std::memory_order_acquire) || stopFlag_.load(std::memory_order_acquire);
+}
+
+void IPipeFeed::Pump() {
+    runningPumpThreads.fetch_add(1, std::memory_order_acq_rel);
+    Platform::SeedThreadRand(NowMilliseconds());
+    ContentEventList events;
+    bool restart = true;
+    u32 base = NowMilliseconds() - kHeadStartMilliseconds;
+    while (!MustStop()) {
+        ServiceListener();
+        if (connections_.empty() && !nonstop_) {
+            restart = true;  // nothing is read, so the content stands still until a client comes
+            Nap();
+            continue;
+        }
+        if (restart) {
+            base = NowMilliseconds() - kHeadStartMilliseconds;
+            restart = false;
+        }
+        if (NowMilliseconds() - base < kBlockMilliseconds) {
+            Nap();
+            continue;
+        }
+        SendToAll(ProduceBlock(events));
+        base += kBlockMilliseconds;  // not "now": a late thread catches up without a nap
+    }
+    connections_.clear();
+    ORV_LOG(Info) << logPrefix_ << "closed";
+    runningPumpThreads.fetch_sub(1, std::memory_order_acq_rel);
+}
+
+bool IPipeFeed::ServiceListener() {
+    MTObjects::THolder<BufferTransportImpl> client = listener_.Service();
+    if (!client) return false;
+    connections_.emplace_back(client);
+    ORV_LOG(Info) << logPrefix_ << "New pipe connected ID=" << PipeIdAsPointer(client->Id()) << ". "
+                  << connections_.size() << " connection(s) active";
+    return true;
+}
+
+const u8* IPipeFeed::ProduceBlock(ContentEventList& events) {
+    const u8* frame = nullptr;
+    if (streamManager_.IsValid()) streamManager_->GetReader()->GetNextFrame(&frame, events);
+    const u8* block = frame != nullptr ? ControlVolume(frame) : kSilenceBlock;
+    for (const ContentEvent& event : events) OnContentEvent(event);
+    events.clear();
+    return block;
+}
+
+LevelSetting IPipeFeed::LevelThatCounts() const noexcept {
+    const LevelSetting own = Unpack(feedLevel_.load(std::memory_order_relaxed));
+    return own.maxLevel != 0 ? own : GlobalLevelSetting();
+}
+
+const u8* IPipeFeed::ControlVolume(const u8* frame) {
+    if (volume_.Follow(LevelThatCounts())) {
+        if (volume_.IsOn()) {
+            ORV_LOG(Trace) << logPrefix_ << "Volume control has been updated " << DescribeLevelSetting(volume_.InUse());
+        } else {
+            ORV_LOG(Trace) << logPrefix_ << "Volume control has been turned off";
+        }
+    }
+    if (!volume_.IsOn()) return frame;
+    // A frame elsewhere may lie in memory that others hear too, or that cannot be written.
+    if (frame != blockBuffer_) std::memcpy(blockBuffer_, frame, BlockBytes);
+    volume_.Process(blockBuffer_, BlockSamples);
+    i16 percent = 0;
+    if (volume_.TakeReport(percent)) {
+        ORV_LOG(Debug) << logPrefix_ << "Volume has been raised to " << percent << "%";
+    }
+    return blockBuffer_;
+}
+
+void IPipeFeed::SendToAll(const u8* block) {
+    for (auto connection = connections_.begin(); connection != connections_.end();) {
+        if (connection->Send(block, BlockSamples)) {
+            ++connection;
+            continue;
+        }
+        const Platform::PipeId id = connection->Id();
+        connection = connections_.erase(connection);
+        ORV_LOG(Info) << logPrefix_ << "Connection closed. ID=" << static_cast<i32>(static_cast<u32>(id)) << ". "
+                      << connections_.size() << " connection(s) active";
+    }
+}
+
+}  // namespace Orv

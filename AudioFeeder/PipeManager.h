@@ -1,0 +1,64 @@
+// The owner of all channels, and the configuration events that make, change and end them.
+#pragma once
+
+#include <atomic>
+#include <map>
+#include <string>
+
+#include "AudioFeeder/FeedRow.h"
+#include "AudioFeeder/PipeFeed.h"
+#include "Platform/Sync.h"
+#include "Projects/Common/VoIPFileEngine/IMMFileStreamReader.h"
+#include "Projects/Common/VoIPFileEngine/MusicBox.h"
+#include "ServiceProcess/MTReferencedTypeBase.h"
+
+namespace Orv {
+
+// One per process. All operations come from configuration events; they take turns (EventTurn.h), and they wait for the
+// threads of channels that they end. No pump calls in here.
+class IPipeManager : public MTObjects::MTReferencedTypeBase {
+public:
+    // The holder of the single manager, which is made when there is no valid one. Any thread.
+    static MTObjects::THolder<IPipeManager>& Instance();
+
+    ~IPipeManager() override;
+
+    // A row is new or has changed; an empty old row means that it is new. A change of volume only reaches the running
+    // channel and starts its content anew; any other change builds a new channel. True.
+    bool UpdateFeed(const FeedRow& newRow, const FeedRow& oldRow);
+    // Ends the channel of the row's `pipename`, if there is one. True.
+    bool ShutdownFeed(const FeedRow& row);
+    // Ends every channel and takes the default set off the air. True.
+    bool ShutdownAll();
+    // Puts the default set back on the air if it is off, and lets it repeat `file` unless that is null or empty.
+    void UpdateDefaultSet(const char* file);
+
+    // Reads the parameters, the feeds and the announcements from the tables and builds everything. Creates the manager.
+    static void ReloadAll();
+    // Ends all channels and forgets all announcements. The shared values stay.
+    static void StopAll();
+    // The last step of the process's end, after StopAll and channelsStopping: gives the pump threads 30 seconds.
+    static void WaitForChannels();
+
+protected:
+    bool TestValid() const override { return true; }
+
+private:
+    using FeedHolder = MTObjects::THolder<IPipeFeed>;
+
+    IPipeManager();
+    void RegisterDefaultSet();
+    FeedHolder FindFeed(const std::string& pipeName);
+    FeedHolder FirstFeed(std::string& pipeName);
+    void ShutdownFeed(const std::string& pipeName);
+    void ReleaseDefaultSet();
+
+    std::map<std::string, FeedHolder> channelMap_ ORV_GUARDED_BY(channelMapMutex_);
+    Platform::RecursiveMutex channelMapMutex_;  // for lookups, inserts and erases only
+
+    // Both under a turn.
+    MTObjects::THolder<IMMStreamManager> defaultSetReader_;
+    MTObjects::THolder<IMusicBox> defaultMusicBox_;
+};
+
+}  // namespace Orv

@@ -1,0 +1,233 @@
+#include "AudioFeeder/UpdateDispatcher.h"
+
+#include <gtest/gtest.h>
+
+#include "AudioFeeder/AnnouncementTable.h"
+#include "AudioFeeder/PipeManager.h"
+#include "AudioFeeder/SharedValues.h"
+#include "ServiceProcess/Log.h"
+#include "ServiceProcess/LogAdapters.h"
+#include "tests/AudioFeeder/FeederWorld.h"
+
+namespace {
+
+using namespace FeederTest;
+using Orv::FeedRow;
+using Orv::IPipeManager;
+using Texts = std::vector<std::string>;
+
+class DispatcherTest : public testing::Test {
+protected:
+    void SetUp() override {
+        Orv::FillTableIds();
+        Orv::AnnouncementTable::Instance().Clear();
+    }
+    static void Change(const char* table, const char* kind, VX::ParamListHolder newRow = {},
+                       VX::ParamListHolder oldRow = {}) {
+        Orv::OnConfigUpdate(table, kind, 17, &newRow, &oldRow);
+    }
+    static void Parameter(const char* name, const char* value, const char* kind = "Updated") {
+        Change("PARAMETER", kind, MakeList({{"idparameter", 1}, {"name", name}, {"value", value}}));
+    }
+    static VX::ParamListHolder Feed(std::initializer_list<Field> fields = {}) { return MakeFeed(fields).base; }
+    static VX::ParamListHolder Announcement(const char* name) { return MakeAnnouncement(name, 0, "/a.wav").base; }
+
+    FeederWorld world_;
+};
+
+TEST_F(DispatcherTest, AnInsertedFeedBuildsAChannelAndADeletedOneEndsIt) {
+    world_.Run([&] {
+        Change("AUDIOFEED", "Inserted", Feed());
+        Sleep(1);
+        EXPECT_TRUE(world_.Pipes().IsServed("p"));
+        Change("AUDIOFEED", "Deleted", {}, Feed());
+        EXPECT_FALSE(world_.Pipes().IsServed("p"));
+        EXPECT_EQ(world_.CountLog("]:Destroyed"), 1U);
+    });
+}
+
+TEST_F(DispatcherTest, ADeletedFeedWithoutItsIdIsPassedOver) {
+    world_.Run([&] {
+        Change("AUDIOFEED", "Inserted", Feed());
+        Sleep(1);
+        Change("AUDIOFEED", "Deleted", {}, MakeList({{"pipename", "p"}}));
+        Change("AUDIOFEED", "Deleted");
+        EXPECT_TRUE(world_.Pipes().IsServed("p"));
+    });
+}
+
+TEST_F(DispatcherTest, AnUpdatedFeedGivesBothRowsToTheManager) {
+    world_.Run([&] {
+        Change("AUDIOFEED", "Inserted", Feed());
+        Sleep(1);
+        Change("AUDIOFEED", "Updated", Feed({{"pipename", "q"}}), Feed());
+        Sleep(1);
+        EXPECT_FALSE(world_.Pipes().IsServed("p"));
+        EXPECT_TRUE(world_.Pipes().IsServed("q"));
+        Change("AUDIOFEED", "Updated", Feed({{"pipename", "q"}, {"maxvolume", 5}}), Feed({{"pipename", "q"}}));
+        EXPECT_EQ(world_.CountLog("]:Destroyed"), 1U) << "the second change is a soft one";
+    });
+}
+
+TEST_F(DispatcherTest, OnlyTheFirstCharacterOfTheKindIsTested) {
+    world_.Run([&] {
+        Change("ANNOUNCEMENT", "Whatever", Announcement("a"));
+        Change("ANNOUNCEMENT", "", Announcement("b"));
+        Change("ANNOUNCEMENT", "deleted", Announcement("c"));
+        EXPECT_EQ(Orv::AnnouncementTable::Instance().Size(), 3U);
+        Change("ANNOUNCEMENT", "Dropped", {}, Announcement("a"));
+        Change("ANNOUNCEMENT", "D", {}, Announcement("b"));
+        EXPECT_EQ(Orv::AnnouncementTable::Instance().Size(), 1U);
+    });
+}
+
+TEST_F(DispatcherTest, AnnouncementsAreUpdatedFromTheNewRowAndDeletedByTheOldOne) {
+    world_.Run([&] {
+        Change("ANNOUNCEMENT", "Inserted", Announcement("new"), Announcement("old"));
+        EXPECT_EQ(world_.CountLog("Announcement updated: new(0)[/a.wav]"), 1U);
+        Change("ANNOUNCEMENT", "Deleted", Announcement("x"), Announcement("new"));
+        EXPECT_EQ(world_.CountLog("Announcement delete: new(0)[/a.wav]"), 1U);
+        EXPECT_EQ(Orv::AnnouncementTable::Instance().Size(), 0U);
+    });
+}
+
+TEST_F(DispatcherTest, AnUnknownTableNameAndATransactionMarkAreIgnoredWithoutALogLine) {
+    world_.Run([&] {
+        const std::size_t before = world_.Log().size();
+        for (const char* table : {"TRANSACTION", "AudioFeed", "", "DN", "AUDIOFEED "}) {
+            for (const char* kind : {"Inserted", "Updated", "Deleted"}) Change(table, kind, Feed(), Feed());
+        }
+        EXPECT_EQ(world_.Log().size(), before);
+    });
+}
+
+TEST_F(DispatcherTest, ChangesOfAFeedsContentAndADeletedParameterDoNothing) {
+    world_.Run([&] {
+        Parameter("AUDIO_PROVIDER_MAX_VOLUME", "50");
+        const std::size_t before = world_.Log().size();
+        for (const char* kind : {"Inserted", "Updated", "Deleted"}) Change("AUDIOFEEDCONTENT", kind, Feed(), Feed());
+        Parameter("AUDIO_PROVIDER_MAX_VOLUME", "0", "Deleted");
+        EXPECT_EQ(world_.Log().size(), before);
+        EXPECT_EQ(Orv::GlobalLevelSetting().maxLevel, 16383) << "a parameter keeps its last value";
+    });
+}
+
+TEST_F(DispatcherTest, TheGlobalLimitIsReadWithAtoiAndTextThatIsNoNumberCountsAs0) {
+    world_.Run([] {
+        const std::pair<const char*, i16> cases[] = {{"50", 16383},  {"100", 32767}, {"50%", 16383}, {"loud", 0},
+                                                     {"150", 32767}, {"-5", 0},      {"", 0}};
+        for (const auto& [value, level] : cases) {
+            Parameter("AUDIO_PROVIDER_MAX_VOLUME", "1");
+            Parameter("AUDIO_PROVIDER_MAX_VOLUME", value);
+            EXPECT_EQ(Orv::GlobalLevelSetting().maxLevel, level) << value;
+        }
+    });
+}
+
+TEST_F(DispatcherTest, AutogainIsOnForExactlyOneAndOffForTrueOr11) {
+    world_.Run([] {
+        for (const char* value : {"true", "11", "01", "1 ", ""}) {
+            Parameter("AUDIO_PROVIDER_ENABLE_AUTOGAIN", "1");
+            EXPECT_TRUE(Orv::GlobalLevelSetting().autogain);
+            Parameter("AUDIO_PROVIDER_ENABLE_AUTOGAIN", value);
+            EXPECT_FALSE(Orv::GlobalLevelSetting().autogain) << value;
+        }
+    });
+}
+
+TEST_F(DispatcherTest, AnEmptyPromptPathInAnUpdateEmptiesTheRootPath) {
+    world_.Run([&] {
+        Parameter("IVRPROMPTPATH", "/prompts");
+        EXPECT_EQ(Orv::RootPath(), "/prompts");
+        Parameter("IVRPROMPTPATH", "");
+        EXPECT_EQ(Orv::RootPath(), "");
+        EXPECT_EQ(world_.LogOf("Root path updated: ").back(), " Info|Root path updated: ");
+    });
+}
+
+TEST_F(DispatcherTest, TheDefaultAudioFileIsSetAndAnEmptyOneKeepsThePreviousOne) {
+    world_.Run([] {
+        Parameter("DEFAULTAUDIOFILE", "/new.wav");
+        Parameter("DEFAULTAUDIOFILE", "");
+        std::string file;
+        Orv::GetDefaultAudioFile(file);
+        EXPECT_EQ(file, "/new.wav");
+    });
+}
+
+TEST_F(DispatcherTest, AParametersNameIsComparedWithItsCaseAndAnyOtherNameIsIgnored) {
+    world_.Run([&] {
+        const std::size_t before = world_.Log().size();
+        Parameter("audio_provider_max_volume", "50");
+        Parameter("AUDIO_PROVIDER_MAX_VOLUME2", "50");
+        Parameter("", "50");
+        Change("PARAMETER", "Updated");
+        EXPECT_EQ(Orv::GlobalLevelSetting().maxLevel, 0);
+        EXPECT_EQ(world_.Log().size(), before);
+    });
+}
+
+TEST_F(DispatcherTest, AnAbsentValueCountsAsEmpty) {
+    world_.Run([] {
+        Parameter("AUDIO_PROVIDER_MAX_VOLUME", "50");
+        Change("PARAMETER", "Updated", MakeList({{"name", "AUDIO_PROVIDER_MAX_VOLUME"}}));
+        EXPECT_EQ(Orv::GlobalLevelSetting().maxLevel, 0);
+    });
+}
+
+TEST_F(DispatcherTest, TheLoggingLevelIsTheFirstCharacterIfThatIsADigitUpTo5AndElse1) {
+    world_.Run([] {
+        const std::pair<const char*, i32> cases[] = {{"0", 0},  {"2", 2},   {"5", 5}, {"6", 1},  {"9", 1}, {"12", 1},
+                                                     {"25", 2}, {"abc", 1}, {"", 1},  {" 3", 1}, {"-3", 1}};
+        for (const auto& [value, level] : cases) {
+            Orv::LogWriter::Instance().SetLogLevel(3);
+            Parameter("SYSTEMLOGGINGLEVEL", value);
+            EXPECT_EQ(Orv::LogWriter::Instance().Level(), level) << value;
+        }
+        Orv::LogWriter::Instance().SetLogLevel(3);
+    });
+}
+
+TEST_F(DispatcherTest, TheChangeOfTheLoggingLevelGoesOutUnderTheOldLevel) {
+    world_.Run([&] {
+        Parameter("SYSTEMLOGGINGLEVEL", "0");
+        EXPECT_EQ(world_.LogOf("Change log verbosity"), Texts{" Info|Change log verbosity to 0"});
+        Parameter("SYSTEMLOGGINGLEVEL", "3");
+        EXPECT_EQ(world_.CountLog("Change log verbosity"), 1U) << "level 0 was silent";
+        EXPECT_EQ(world_.Log().back().source, "OrvAudioFeeder");
+    });
+}
+
+TEST_F(DispatcherTest, ADeletionOfTheConfigurationStopsAllAndAnythingElseReloadsAll) {
+    world_.Run([&] {
+        for (const char* kind : {"Inserted", "Updated", "anything"}) {
+            const u64 before = world_.CountLog("IVRPROMPTPATH is not specified");
+            Change("CFGSERVER", kind);
+            EXPECT_EQ(world_.CountLog("IVRPROMPTPATH is not specified"), before + 1) << kind;
+            Orv::LogWriter::Instance().SetLogLevel(3);
+        }
+        Change("AUDIOFEED", "Inserted", Feed());
+        Change("ANNOUNCEMENT", "Inserted", Announcement("a"));
+        Change("CFGSERVER", "Deleted");
+        EXPECT_TRUE(world_.Pipes().ServedNames().empty());
+        EXPECT_EQ(Orv::AnnouncementTable::Instance().Size(), 0U);
+    });
+}
+
+// The first use makes the manager, whose default set needs a thread.
+TEST_F(DispatcherTest, AStandardExceptionEndsInTheLogAndTheNextEventIsTakenAsUsual) {
+    world_.Run([&] {
+        world_.Sim().FailThreadStarts(1);
+        Change("AUDIOFEED", "Inserted", Feed());
+        u64 exceptions = 0;
+        for (const LogLine& line : world_.Log()) {
+            if (line.word == "Excep" && line.source == "OrvAudioFeeder" && !line.text.empty()) ++exceptions;
+        }
+        EXPECT_EQ(exceptions, 1U);
+        Change("AUDIOFEED", "Inserted", Feed());
+        Sleep(1);
+        EXPECT_TRUE(world_.Pipes().IsServed("p"));
+    });
+}
+
+}  // namespace

@@ -1,0 +1,48 @@
+// orv-listen: the sound of one feed, for people and programs.
+#include <CLI/CLI.hpp>
+
+#include "Platform/ServiceControl.h"
+#include "Platform/Terminal.h"
+#include "Tools/orv-listen/Listener.h"
+
+int main(int argc, char** argv) {
+    Platform::PrepareProcess();
+    Orv::ListenOptions options;
+    CLI::App app{
+        "Listens to an audio feed: raw sound (8000 Hz, 16 bits, little-endian, mono) on standard output, a WAV file, "
+        "or "
+        "a level meter.\nExample: orv-listen hold --wav hold.wav --seconds 30",
+        "orv-listen"};
+    app.set_version_flag("--version", "orv-listen " ORV_VERSION);
+    app.add_option("name", options.name, "The feed's pipe name")->required();
+    app.add_option("--wav", options.wavPath, "Write a WAV file instead of raw sound")->type_name("FILE");
+    app.add_option("--seconds", options.seconds, "End after that much sound")
+        ->check(CLI::Range(0.001, 4e6))
+        ->type_name("N");
+    app.add_flag("--meter", options.meter, "Show the level on standard error");
+    app.add_flag("--follow", options.follow, "Wait for the feed, and connect again whenever it comes back");
+    app.add_option("--pipe-folder", options.pipeFolder, "Folder of the feeds' pipes (default /run/Orv/pipe)")
+        ->type_name("DIR");
+    app.footer(
+        "Exit codes: 0 done, 1 the output takes no more, 2 bad command line, 3 nobody serves that feed, "
+        "4 the feed ended early.");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : Orv::ListenBadUsage;
+    }
+
+    const bool terminal = Platform::IsTerminal(Platform::StandardStream::Output);
+    options.rawToStandardOutput = options.wavPath.empty() && !(options.meter && terminal);
+    if (options.rawToStandardOutput && terminal) {
+        std::fputs(
+            "orv-listen: raw sound does not belong on a terminal. Use --meter, --wav FILE, or a pipe:\n"
+            "  orv-listen NAME | aplay -q -f S16_LE -r 8000 -c 1\n",
+            stderr);
+        return Orv::ListenBadUsage;
+    }
+
+    std::atomic<bool> stop{false};
+    Platform::ForegroundStop onSignal([&stop] { stop.store(true, std::memory_order_relaxed); });
+    return Orv::Listen(options, stop);
+}

@@ -1,0 +1,49 @@
+// orvctl: administers the Configuration service from the command line.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+
+#include "Platform/ServiceControl.h"
+#include "Tools/orvctl/CommandLine.h"
+#include "Tools/orvctl/ToolError.h"
+#include "VX/GrpcLink.h"
+
+namespace {
+
+void TellError(const std::string& text, Orv::ExitCode code, bool json) {
+    std::string line;
+    for (std::size_t begin = 0; begin <= text.size();) {
+        const std::size_t end = std::min(text.find('\n', begin), text.size());
+        line += "orvctl: " + text.substr(begin, end - begin) + "\n";
+        begin = end + 1;
+    }
+    std::fputs(line.c_str(), stderr);
+    if (!json) return;
+    const Orv::Json error = {{"error", Orv::TextToJson(text)}, {"exitcode", static_cast<int>(code)}};
+    std::puts(error.dump(2).c_str());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Orv::CommandContext context;
+    Orv::OrvctlCommandLine line(context);
+    CLI::App app{"Administers the feeds, announcements and parameters of the audio feed service.", "orvctl"};
+    line.Describe(app);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : static_cast<int>(Orv::ExitCode::BadCommandLine);
+    }
+    try {
+        const auto connector = VX::CreateGrpcConnector();
+        context.connector = connector.get();
+        line.Run();
+        return 0;
+    } catch (const Orv::ToolError& error) {
+        TellError(error.what(), error.Code(), context.options.json);
+        return static_cast<int>(error.Code());
+    } catch (const std::exception& error) {
+        TellError(error.what(), Orv::ExitCode::Refused, context.options.json);
+        return static_cast<int>(Orv::ExitCode::Refused);
+    }
+}

@@ -1,0 +1,330 @@
+// Goal: orvctl does what its words say, tells when a change is heard, and ends with the right code. Method: the real
+// programs over a real connection, one temporary folder each.
+#include <gmock/gmock.h>
+
+#include "tests/Tools/ServedDatabase.h"
+
+namespace OrvTest {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using Json = nlohmann::json;
+
+using Orvctl = ServedDatabase;
+
+// --- feeds
+// ------------------------------------------------------------------------------------------------------------
+
+TEST_F(Orvctl, AFeedIsAddedListedShownChangedRenamedAndRemoved) {
+    EXPECT_EQ(Must({"feed", "list"}), "There are no feeds.\n");
+    EXPECT_THAT(Must({"feed", "add", "hold", "--type", "sorted", "--folder", "jazz", "--announcements", "on",
+                      "--min-pause", "5", "--max-pause", "9", "--max-volume", "80"}),
+                HasSubstr("Feed \"hold\" added.\n  At once: its pipe is there."));
+    EXPECT_EQ(Must({"feed", "list"}),
+              "PIPE  FOLDER  TYPE    NONSTOP  ANNOUNCE  MIN-PAUSE  MAX-PAUSE  VOLUME  AUTOGAIN\n"
+              "hold  jazz    sorted  -        on        5          9          80      -\n");
+    EXPECT_EQ(Must({"feed", "show", "HOLD"}),
+              "id             1\npipe           hold\nfolder         jazz\ntype           sorted\n"
+              "nonstop        -\nannouncements  on\nmin-pause      5\nmax-pause      9\nmax-volume     80\n"
+              "autogain       -\n");
+    EXPECT_THAT(Must({"feed", "set", "hold", "--pipe", "wait"}),
+                HasSubstr("Feed \"wait\" changed (was \"hold\").\n  At once: the feed is built anew"));
+    EXPECT_THAT(Must({"feed", "remove", "wait"}), HasSubstr("Feed \"wait\" removed.\n  At once: its pipe is gone"));
+    EXPECT_EQ(Must({"feed", "list"}), "There are no feeds.\n");
+}
+
+TEST_F(Orvctl, ColumnNamesAndNumbersAreTakenAsWellAsWords) {
+    Must({"feed", "add", "hold", "--feedtype", "3", "--thename", "jazz", "--nonstop", "1", "--playannouncements", "0",
+          "--minannouncementpause", "0", "--maxannouncementpause", "9", "--maxvolume", "80", "--autogain", "yes"});
+    EXPECT_EQ(MustJson({"feed", "show", "hold"}),
+              Json::parse(R"({"id":1,"pipe":"hold","folder":"jazz","type":"sorted","nonstop":true,
+                              "announcements":false,"min-pause":0,"max-pause":9,"max-volume":80,"autogain":true})"));
+    Must({"feed", "set", "hold", "--pipename", "other", "--nonstop", "2"});
+    EXPECT_EQ(MustJson({"feed", "show", "other"})["nonstop"], 2);
+}
+
+TEST_F(Orvctl, UnsetMakesAColumnAbsent) {
+    Must({"feed", "add", "hold", "--max-volume", "80", "--autogain", "on"});
+    Must({"feed", "set", "hold", "--unset", "max-volume", "--unset", "autogain"});
+    EXPECT_EQ(MustJson({"feed", "show", "hold"}), Json::parse(R"({"id":1,"pipe":"hold"})"));
+}
+
+TEST_F(Orvctl, AfterEachChangeItIsToldWhenItIsHeard) {
+    Must({"feed", "add", "hold", "--min-pause", "1", "--max-pause", "2"});
+    const std::string pauses = Must({"feed", "set", "hold", "--min-pause", "2"});
+    EXPECT_THAT(pauses, HasSubstr("goes on with its next file, still with the old pauses"));
+    EXPECT_THAT(pauses, HasSubstr("The new pauses count from the feed's next rebuild: change its pipe"));
+    EXPECT_THAT(Must({"feed", "set", "hold", "--max-volume", "5"}), HasSubstr("its clients stay connected"));
+    EXPECT_THAT(Must({"feed", "set", "hold", "--max-volume", "5"}), HasSubstr("Nothing to change"));
+    EXPECT_THAT(Must({"announcement", "add", "a", "--file", "/a.wav"}), HasSubstr("from the next announcement on"));
+    EXPECT_THAT(Must({"announcement", "set", "a", "--name", "b"}),
+                HasSubstr("Under its old name \"a\" it is drawn as before until the audio feed service's next start"));
+    EXPECT_THAT(Must({"announcement", "remove", "b"}), HasSubstr("At once: it is drawn no more"));
+    EXPECT_THAT(Must({"parameter", "set", "SYSTEMLOGGINGLEVEL", "2"}), HasSubstr("At once."));
+    EXPECT_THAT(Must({"parameter", "set", "IVRPROMPTPATH", "/x"}), HasSubstr("at its next playlist"));
+    EXPECT_THAT(Must({"parameter", "remove", "SYSTEMLOGGINGLEVEL"}),
+                HasSubstr("At the audio feed service's next start"));
+}
+
+// --- announcements, parameters, users
+// -----------------------------------------------------------------------------------
+
+TEST_F(Orvctl, AnAnnouncementIsAddedListedShownChangedAndRemoved) {
+    Must({"announcement", "add", "hello", "--file", "/srv/hello.wav", "--kind", "over"});
+    Must({"announcement", "set", "hello", "--kind", "alone"});
+    EXPECT_EQ(Must({"announcement", "list"}), "NAME   KIND   FILE\nhello  alone  /srv/hello.wav\n");
+    EXPECT_EQ(MustJson({"announcement", "show", "hello"}),
+              Json::parse(R"({"id":1,"name":"hello","kind":"alone","file":"/srv/hello.wav"})"));
+    Must({"announcement", "remove", "hello"});
+    EXPECT_EQ(MustJson({"announcement", "list"}), Json::array());
+}
+
+TEST_F(Orvctl, AParameterIsSetWhetherItIsThereOrNot) {
+    Must({"parameter", "set", "SYSTEMLOGGINGLEVEL", "--value", "2"});
+    Must({"parameter", "set", "SYSTEMLOGGINGLEVEL", "3"});
+    Must({"parameter", "add", "DEFAULTAUDIOFILE", "/srv/default.wav"});
+    EXPECT_EQ(Must({"parameter", "list"}),
+              "NAME                VALUE\nSYSTEMLOGGINGLEVEL  3\nDEFAULTAUDIOFILE    /srv/default.wav\n");
+    ExpectFailure({"parameter", "add", "SYSTEMLOGGINGLEVEL", "4"}, 1, "is there already");
+    Must({"parameter", "remove", "DEFAULTAUDIOFILE"});
+    EXPECT_EQ(MustJson({"parameter", "show", "SYSTEMLOGGINGLEVEL"})["value"], "3");
+}
+
+TEST_F(Orvctl, UsersAreAddedListedShownChangedAndRemoved) {
+    const std::string file = folder_ / "password";
+    WriteFileText(file, "first\n");
+    EXPECT_THAT(Must({"user", "add", "second", "--role", "reader", "--new-password-file", file}),
+                HasSubstr("User \"second\" added."));
+    EXPECT_EQ(Must({"user", "list"}), "USER    ROLE\nfeeder  reader\nroot    admin\nsecond  reader\n");
+    EXPECT_EQ(MustJson({"user", "show", "second"}), Json::parse(R"({"name":"second","role":"reader"})"));
+    const std::string settings = WriteSettings("second", "first");
+    EXPECT_EQ(CtlAs(settings, {"feed", "list"}).exitCode, 0);
+    EXPECT_EQ(CtlAs(settings, {"feed", "add", "x"}).exitCode, 6);
+    Must({"user", "set", "second", "--role", "admin"});
+    EXPECT_EQ(CtlAs(settings, {"feed", "add", "x"}).exitCode, 0);
+    Must({"user", "set", "second", "--new-password-file", "-"}, "other\n");
+    EXPECT_EQ(CtlAs(settings, {"feed", "list"}).exitCode, 4);
+    Must({"user", "remove", "second"});
+    EXPECT_EQ(CtlAs(WriteSettings("second", "other"), {"feed", "list"}).exitCode, 4);
+}
+
+TEST_F(Orvctl, NamesAndPasswordsThatTheSettingsFileCannotCarryAreRefused) {
+    for (const char* password : {"a\"b\n", "a\tb\n", " a\n", "a \n", "\n"}) {
+        const RunResult result = Ctl({"user", "add", "x", "--role", "reader", "--new-password-file", "-"}, password);
+        EXPECT_EQ(result.exitCode, 1) << password;
+        EXPECT_THAT(result.error, HasSubstr("user \"x\", password: ")) << password;
+    }
+    const RunResult result = Ctl({"user", "add", "a:b", "--role", "reader", "--new-password-file", "-"}, "ok\n");
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_THAT(result.error, HasSubstr("holds a colon"));
+    ExpectFailure({"user", "remove", "root"}, 1, "is the last user of role admin; add another admin first");
+}
+
+// --- files
+// ------------------------------------------------------------------------------------------------------------
+
+TEST_F(Orvctl, ApplyingAnExportChangesNothing) {
+    Must({"feed", "add", "hold", "--type", "shuffled", "--folder", "", "--nonstop", "2", "--max-volume", "0"});
+    Must({"feed", "add", "J\xC3\xBCrgen's \"pipe\" \\ 1"});
+    Must({"feed", "add", "latin", "--folder", "caf\xE9"});
+    Must({"announcement", "add", "hello", "--file", "C:\\x.wav", "--kind", "7"});
+    Must({"parameter", "set", "COLOUR", ""});
+    Must({"parameter", "set", "NOTHING"});
+    const std::string exported = Must({"export"});
+    const Json status = MustJson({"status"});
+    EXPECT_THAT(Must({"apply", "-"}, exported), HasSubstr("Nothing to change"));
+    EXPECT_EQ(Must({"export"}), exported);
+    EXPECT_EQ(MustJson({"status"})["transaction"], status["transaction"]);
+    const std::string file = folder_ / "rows.json";
+    WriteFileText(file, exported);
+    Must({"feed", "remove", "hold"});
+    Must({"parameter", "remove", "COLOUR"});
+    EXPECT_THAT(Must({"apply", file}), HasSubstr("Feed \"hold\" added."));
+    EXPECT_EQ(Json::parse(Must({"export"}))["feeds"].size(), 3u);
+}
+
+TEST_F(Orvctl, AppliedRowsStateTheirWholeContentInOneTransaction) {
+    Must({"feed", "add", "hold", "--max-volume", "5"});
+    Must({"feed", "add", "old"});
+    const Json before = MustJson({"status"});
+    const std::string output = Must({"apply", "-"}, R"({
+        "feeds": [{"pipe": "hold", "type": "sorted", "thename": "x", "nonstop": true}, {"pipename": "new", "type": 0}],
+        "announcements": [{"name": "a", "file": "/a.wav"}],
+        "parameters": [{"name": "SYSTEMLOGGINGLEVEL", "value": "2"}],
+        "remove": {"feeds": ["old", "never-there"]}})");
+    EXPECT_THAT(output, HasSubstr("Feed \"old\" removed."));
+    EXPECT_THAT(output, HasSubstr("Feed \"hold\" changed."));
+    EXPECT_EQ(MustJson({"status"})["transaction"], before["transaction"].get<int>() + 1);
+    EXPECT_EQ(Json::parse(Must({"export"})), Json::parse(R"({
+        "feeds": [{"pipe": "hold", "folder": "x", "type": "sorted", "nonstop": true},
+                  {"pipe": "new", "type": "default"}],
+        "announcements": [{"name": "a", "file": "/a.wav"}],
+        "parameters": [{"name": "SYSTEMLOGGINGLEVEL", "value": "2"}]})"));
+}
+
+TEST_F(Orvctl, AnAppliedFileWithOneBadRowChangesNothingAndTellsEachReason) {
+    const RunResult result = Ctl({"apply", "-"}, R"({"feeds": [{"pipe": "a"}, {"pipe": "b", "max-volume": 101},
+                                                              {"pipe": "c", "min-pause": 3}]})");
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_THAT(result.error, HasSubstr("orvctl: feed \"b\", --max-volume: is 101; it is a percentage"));
+    EXPECT_THAT(result.error, HasSubstr("orvctl: feed \"c\", --min-pause: is 3, above"));
+    EXPECT_EQ(Must({"feed", "list"}), "There are no feeds.\n");
+}
+
+// --- status
+// -----------------------------------------------------------------------------------------------------------
+
+TEST_F(Orvctl, StatusTellsTheTablesTheTransactionAndWhoElseIsConnected) {
+    Must({"feed", "add", "hold"});
+    EXPECT_THAT(Must({"status"}), HasSubstr("Last transaction  1\n"));
+    Json status;
+    EXPECT_TRUE(Eventually([&] { return (status = MustJson({"status"}))["peers"].empty(); }));
+    EXPECT_EQ(status["transaction"], 1);
+    EXPECT_EQ(status["tables"], Json::parse(R"({"ANNOUNCEMENT":0,"AUDIOFEED":1,"AUDIOFEEDCONTENT":0,"PARAMETER":0})"));
+    EXPECT_EQ(status["database"], database_);
+    // Nothing in it depends on when it is asked; only who connected just before may still be seen leaving.
+    EXPECT_TRUE(Eventually([&] { return MustJson({"status"}) == status; }));
+}
+
+// --- exit codes
+// -------------------------------------------------------------------------------------------------------
+
+TEST_F(Orvctl, CodeOneARefusalNamesTheFieldAndTheFix) {
+    ExpectFailure({"feed", "add", "hold", "--type", "7"}, 1, "feed \"hold\", --type: is 7; use 0 (the default stream)");
+    ExpectFailure({"feed", "add", "hold", "--min-pause", "-5"}, 1, "--min-pause: is -5");
+    ExpectFailure({"feed", "add", ""}, 1, "--pipe: is empty");
+    ExpectFailure({"announcement", "add", "a"}, 1, "announcement \"a\", --file: is missing; name the sound file");
+    ExpectFailure({"parameter", "set", "AUDIO_PROVIDER_MAX_VOLUME", "200"}, 1, "give a percentage from 0 to 100");
+    ExpectFailure({"feed", "add", "a\nb"}, 1, "control character");
+    const RunResult json = Ctl({"feed", "add", "hold", "--type", "7", "--json"});
+    EXPECT_EQ(json.exitCode, 1);
+    EXPECT_EQ(Json::parse(json.output)["exitcode"], 1);
+}
+
+TEST_F(Orvctl, CodeTwoForWhatTheCommandLineOrAFileGetsWrong) {
+    ExpectFailure({}, 2, "");
+    ExpectFailure({"dance"}, 2, "");
+    ExpectFailure({"feed", "add"}, 2, "name");
+    ExpectFailure({"feed", "set", "hold"}, 2, "Nothing to set");
+    ExpectFailure({"feed", "add", "hold", "--max-volume", "loud"}, 2,
+                  "--max-volume: \"loud\" cannot be used; give a whole number");
+    ExpectFailure({"feed", "add", "hold", "--max-volume", "3000000000"}, 2, "2147483647");
+    ExpectFailure({"feed", "add", "hold", "--type", "loud"}, 2, "give one of default, linein, shuffled, sorted");
+    ExpectFailure({"feed", "set", "hold", "--unset", "colour"}, 2, "there are pipe, folder");
+    ExpectFailure({"apply", folder_ / "missing.json"}, 2, "No such file");
+    ExpectFailure({"--port", "70000", "feed", "list"}, 2, "70000");
+    const RunResult broken = Ctl({"apply", "-"}, "{");
+    EXPECT_EQ(broken.exitCode, 2);
+    EXPECT_THAT(broken.error, HasSubstr("The file is no JSON"));
+}
+
+TEST_F(Orvctl, CodeTwoForASettingsFileThatIsMissingOrEmpty) {
+    const RunResult missing = CtlAs(folder_ / "missing.ini", {"feed", "list"});
+    EXPECT_EQ(missing.exitCode, 2);
+    EXPECT_THAT(missing.error, HasSubstr("missing.ini cannot be opened; check its name and its rights"));
+    const std::string empty = folder_ / "empty.ini";
+    WriteFileText(empty, "[ConfService]\nConfPort=\nnonsense\n");
+    const RunResult result = CtlAs(empty, {"feed", "list"});
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_THAT(result.error, HasSubstr("(2): Warning: Key [ConfService].ConfPort has empty value"));
+    EXPECT_THAT(result.error, HasSubstr("Invalid line {nonsense}. Ignored."));
+    EXPECT_THAT(result.error,
+                HasSubstr("no usable ConfPort: write ConfPort under [ConfService] in " + empty + ", or give --port"));
+    WriteFileText(empty, "[ConfService]\nConfPort=" + port_ + "\nconfUser=root\n");
+    EXPECT_THAT(CtlAs(empty, {"feed", "list"}).error, HasSubstr("no usable confPass"));
+    WriteFileText(empty, "[ConfService]\nConfPort=" + port_ + "\nconfPass=x\n");
+    EXPECT_THAT(CtlAs(empty, {"feed", "list"}).error, HasSubstr("no usable confUser"));
+}
+
+TEST_F(Orvctl, CodesThreeToSix) {
+    ExpectFailure({"feed", "show", "gone"}, 5, "feed \"gone\": does not exist");
+    ExpectFailure({"feed", "set", "gone", "--nonstop", "on"}, 5, "does not exist");
+    ExpectFailure({"feed", "remove", "gone"}, 5, "does not exist");
+    ExpectFailure({"parameter", "remove", "gone"}, 5, "does not exist");
+    ExpectFailure({"user", "show", "gone"}, 5, "does not exist");
+    ExpectFailure({"user", "remove", "gone"}, 5, "there is no such user");
+    const RunResult wrong = CtlAs(WriteSettings("feeder", "wrong"), {"feed", "list"});
+    EXPECT_EQ(wrong.exitCode, 4);
+    EXPECT_THAT(wrong.error, HasSubstr("refuses user \"feeder\""));
+    const std::string reader = WriteSettings("feeder", "quiet");
+    EXPECT_EQ(CtlAs(reader, {"feed", "list"}).exitCode, 0);
+    EXPECT_EQ(CtlAs(reader, {"status"}).exitCode, 0);
+    const RunResult forbidden = CtlAs(reader, {"feed", "add", "x"});
+    EXPECT_EQ(forbidden.exitCode, 6);
+    EXPECT_THAT(forbidden.error, HasSubstr("may only read; a user of role admin can do this"));
+    EXPECT_EQ(server_.Stop(), 0);
+    ExpectFailure({"feed", "list"}, 3, "Nobody answers at 127.0.0.1:" + port_);
+}
+
+// --- the connection
+// ---------------------------------------------------------------------------------------------------
+
+TEST_F(Orvctl, TheCommandLineGoesBeforeTheSettingsFileAndCanReplaceIt) {
+    const std::string file = folder_ / "password";
+    WriteFileText(file, "quiet\n");
+    EXPECT_EQ(Ctl({"--user", "feeder", "--password-file", file, "feed", "add", "x"}).exitCode, 6);
+    const RunResult alone = OrvTest::Run({OrvctlProgram, "feed", "add", "x", "--host", "127.0.0.1", "--port", port_,
+                                          "--user", "root", "--password-file", "-"},
+                                         "secret\n");
+    EXPECT_EQ(alone.exitCode, 0) << alone.error;
+}
+
+TEST_F(Orvctl, SettingsCheckTellsWhatIsWrongWithAFile) {
+    EXPECT_THAT(Must({"settings", "check"}), HasSubstr("has all that a connection needs"));
+    const std::string bad = folder_ / "bad.ini";
+    WriteFileText(bad, "[ConfService\nConfPort=70000\n");
+    ExpectFailure({"settings", "check", bad}, 2, "Invalid section name '[ConfService'");
+    ExpectFailure({"settings", "check", bad}, 2, "no usable ConfPort");
+}
+
+TEST_F(Orvctl, HelpAndVersionAreThereForEachCommand) {
+    EXPECT_THAT(Must({"--help"}), HasSubstr("Exit codes: 0 done"));
+    EXPECT_THAT(Must({"--version"}), HasSubstr("orvctl "));
+    for (const char* table : {"feed", "announcement", "parameter", "user"}) {
+        EXPECT_THAT(Must({table, "--help"}), HasSubstr("remove"));
+        for (const char* command : {"list", "show", "add", "set", "remove"}) Must({table, command, "--help"});
+    }
+    EXPECT_THAT(Must({"feed", "add", "--help"}), HasSubstr("--type,--feedtype default|linein|shuffled|sorted"));
+}
+
+// --- crash safety
+// -----------------------------------------------------------------------------------------------------
+
+// Each round commits one transaction of two rows after another from a process of its own until the service is killed;
+// afterwards every acknowledged one is there, and none is there by half.
+TEST_F(Orvctl, WhatWasAcknowledgedSurvivesAKillOfTheService) {
+    int acknowledged = 0;
+    for (int round = 0; round < 4; ++round) {
+        const std::string marks = folder_ / "acknowledged";
+        WriteFileText(marks, "");
+        std::string script = "i=" + std::to_string(acknowledged) +
+                             "; while :; do i=$((i+1)); printf "
+                             "'{\"parameters\": [{\"name\": \"left\", \"value\": \"%d\"}, {\"name\": \"right\", "
+                             "\"value\": \"%d\"}]}' $i $i | "
+                             "'" +
+                             OrvctlProgram + "' -c '" + settings_ + "' apply - >/dev/null 2>&1 || exit; echo $i >> '" +
+                             marks + "'; done";
+        ProcessOptions options;
+        options.command = {"/bin/sh", "-c", script};
+        Process writer(options);
+        ASSERT_TRUE(Eventually([&] { return !ReadFileText(marks).empty(); }, 30000));
+        std::this_thread::sleep_for(std::chrono::milliseconds(40 + 60 * round));
+        server_.Kill();
+        ASSERT_TRUE(writer.WaitFor(20000));
+        std::istringstream lines(ReadFileText(marks));
+        for (int number = 0; lines >> number;) acknowledged = number;
+        Serve();
+        const int left = std::stoi(MustJson({"parameter", "show", "left"})["value"].get<std::string>());
+        const int right = std::stoi(MustJson({"parameter", "show", "right"})["value"].get<std::string>());
+        EXPECT_EQ(left, right);
+        EXPECT_GE(left, acknowledged);
+        EXPECT_LE(left, acknowledged + 1) << "the one whose answer was lost may stand";
+        EXPECT_EQ(MustJson({"status"})["transaction"], left);
+        acknowledged = left;
+    }
+}
+
+}  // namespace
+}  // namespace OrvTest

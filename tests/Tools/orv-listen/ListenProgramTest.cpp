@@ -1,0 +1,146 @@
+// orv-listen as a real process on a real pipe that the test serves.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include "Platform/NamedPipe.h"
+#include "tests/support/Process.h"
+
+namespace OrvTest {
+namespace {
+
+class ListenProgram : public ::testing::Test {
+protected:
+    ListenProgram() { Platform::SetPipeFolder(folder_ / "p"); }
+
+    // Serves `name`, waits for one client and sends it the bytes.
+    void Serve(const std::string& bytes) {
+        if (endpoint_ == nullptr) endpoint_ = Platform::CreatePipeEndpoint("feed");
+        Platform::SystemError error = 0;
+        instance_ = endpoint_->CreateInstance(error);
+        ASSERT_NE(instance_, nullptr) << Platform::SystemErrorText(error);
+        ASSERT_TRUE(Eventually([&] { return instance_->PollConnect(error) == Platform::ConnectState::Connected; }));
+        for (std::size_t sent = 0; sent < bytes.size();) {
+            const i64 taken = instance_->Write(bytes.data() + sent, bytes.size() - sent);
+            ASSERT_GT(taken, 0);
+            sent += static_cast<std::size_t>(taken);
+        }
+    }
+
+    ProcessOptions Command(std::vector<std::string> more) const {
+        ProcessOptions options;
+        options.command = {ORV_LISTEN, "feed", "--pipe-folder", folder_ / "p"};
+        options.command.insert(options.command.end(), more.begin(), more.end());
+        options.outputFile = folder_ / "out";
+        options.errorFile = folder_ / "err";
+        return options;
+    }
+
+    // The endpoint must be there before the listener looks for it.
+    void Prepare() {
+        endpoint_ = Platform::CreatePipeEndpoint("feed");
+        Platform::SystemError error = 0;
+        instance_ = endpoint_->CreateInstance(error);
+        ASSERT_NE(instance_, nullptr) << Platform::SystemErrorText(error);
+    }
+
+    static std::string Sound(std::size_t bytes) {
+        std::string sound(bytes, '\0');
+        for (std::size_t i = 0; i < bytes; ++i) sound[i] = static_cast<char>(i * 31 + i / 256);
+        return sound;
+    }
+
+    TempFolder folder_;
+    std::unique_ptr<Platform::IPipeEndpoint> endpoint_;
+    std::unique_ptr<Platform::IPipeInstance> instance_;
+};
+
+TEST_F(ListenProgram, RawSoundComesOutAsItWentIn) {
+    Prepare();
+    Process process(Command({}));
+    const std::string sound = Sound(20000);
+    Serve(sound);
+    instance_.reset();
+    ASSERT_TRUE(process.WaitFor(10000));
+    EXPECT_EQ(process.ExitCode(), 0);
+    EXPECT_EQ(ReadFileText(folder_ / "out"), sound);
+}
+
+TEST_F(ListenProgram, ItEndsAfterTheSecondsAskedFor) {
+    Prepare();
+    Process process(Command({"--seconds", "0.5", "--wav", folder_ / "a.wav"}));
+    Serve(Sound(8000));
+    ASSERT_TRUE(process.WaitFor(10000));
+    EXPECT_EQ(process.ExitCode(), 0);
+    EXPECT_EQ(ReadFileText(folder_ / "a.wav").substr(44), Sound(8000));
+}
+
+TEST_F(ListenProgram, AFeedThatEndsEarlyIsSaid) {
+    Prepare();
+    Process process(Command({"--seconds", "2"}));
+    Serve(Sound(4000));
+    instance_.reset();
+    ASSERT_TRUE(process.WaitFor(10000));
+    EXPECT_EQ(process.ExitCode(), 4);
+    EXPECT_EQ(ReadFileText(folder_ / "err"), "orv-listen: the feed 'feed' ended after 0.250 s of sound\n");
+}
+
+TEST_F(ListenProgram, AMissingFeedIsSaidWithWhatToDo) {
+    Process process(Command({}));
+    ASSERT_TRUE(process.WaitFor(10000));
+    EXPECT_EQ(process.ExitCode(), 3);
+    const std::string said = ReadFileText(folder_ / "err");
+    EXPECT_NE(said.find("nobody serves the feed 'feed': No such file or directory"), std::string::npos) << said;
+    EXPECT_NE(said.find("orvctl feed list"), std::string::npos) << said;
+}
+
+TEST_F(ListenProgram, FollowingWaitsForTheFeedAndConnectsAgainWhenItComesBack) {
+    Process process(Command({"--follow"}));
+    ASSERT_TRUE(WaitForText(folder_ / "err", "waiting for the feed 'feed'"));
+    Serve("first ");
+    ASSERT_TRUE(WaitForText(folder_ / "out", "first "));
+    instance_.reset();
+    endpoint_.reset();
+    Serve("second");
+    ASSERT_TRUE(WaitForText(folder_ / "out", "first second"));
+    process.Signal(SIGTERM);
+    ASSERT_TRUE(process.WaitFor(10000));
+    EXPECT_EQ(process.ExitCode(), 0);
+}
+
+TEST_F(ListenProgram, AnOutputThatTakesNothingNeverStallsTheFeed) {
+    // The listener's standard output is a full pipe: its other end never reads.
+    int ends[2];
+    ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    Prepare();
+    ProcessOptions options = Command({});
+    options.outputFile = "/proc/self/fd/" + std::to_string(ends[1]);
+    Process process(options);
+    // Ten seconds of sound, far more than the listener's two seconds and all the sockets and pipes in between hold.
+    Serve(Sound(160000));
+    EXPECT_TRUE(WaitForText(folder_ / "err", "the output is too slow; dropped "));
+    process.Signal(SIGTERM);
+    EXPECT_TRUE(process.WaitFor(10000)) << "and a stuck output does not keep it from ending";
+    ::close(ends[0]);
+    ::close(ends[1]);
+}
+
+TEST_F(ListenProgram, TheMeterShowsLevelsWithoutATerminalAsPlainLines) {
+    Prepare();
+    Process process(Command({"--meter"}));
+    std::string loud;
+    for (int i = 0; i < 16000; ++i) loud += std::string("\x00\x40", 2);  // 16384
+    Serve(loud);
+    EXPECT_TRUE(WaitForText(folder_ / "err", "feed: level -6.0 dB, peak -6.0 dB, 2.000 s of sound\n"))
+        << ReadFileText(folder_ / "err");
+    EXPECT_EQ(ReadFileText(folder_ / "out"), loud);
+}
+
+TEST_F(ListenProgram, ABadCommandLineIsRefused) {
+    const RunResult none = OrvTest::Run({ORV_LISTEN});
+    EXPECT_EQ(none.exitCode, 2);
+    EXPECT_NE(none.error.find("name is required"), std::string::npos) << none.error;
+    EXPECT_EQ(OrvTest::Run({ORV_LISTEN, "feed", "--seconds", "x"}).exitCode, 2);
+}
+
+}  // namespace
+}  // namespace OrvTest

@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Everything that proves the system: builds it three times (plain with g++; with Clang and the address and undefined
+# behaviour sanitizers; with the thread sanitizer), then runs every check and every test as one CTest run.
+#
+#   ./test.sh                 all of it
+#   ./test.sh -R Settings     what matches, as for ctest
+set -euo pipefail
+cd "$(dirname "$0")"
+. cmake/packages.sh
+# shellcheck disable=SC2086
+orv_install $ORV_TEST_PACKAGES
+
+build() {  # preset, targets...
+    local preset=$1 log
+    shift
+    log=build/$preset.log
+    mkdir -p build
+    echo "Building $preset ..."
+    if ! { cmake --preset "$preset" && cmake --build "build/$preset" "$@"; } >"$log" 2>&1; then
+        tail -n 40 "$log" >&2
+        echo "The build failed; its whole output is in $log" >&2
+        exit 1
+    fi
+}
+build dev
+build asan
+build tsan
+
+# One run over the three trees, so that its summary counts everything.
+mkdir -p build/all
+printf 'subdirs("%s/build/dev")\nsubdirs("%s/build/asan")\nsubdirs("%s/build/tsan")\n' "$PWD" "$PWD" "$PWD" \
+    >build/all/CTestTestfile.cmake
+export ASAN_OPTIONS=detect_stack_use_after_return=0:strict_string_checks=1
+export UBSAN_OPTIONS=print_stacktrace=1
+export TSAN_OPTIONS="suppressions=$PWD/tests/tsan.supp second_deadlock_stack=1"
+exec ctest --test-dir build/all --output-on-failure -j "$(nproc)" --timeout 120 "$@"

@@ -28,22 +28,27 @@ struct ServiceTableEntry {
 };
 
 // Runs the services of the table, each main on a thread of its own ("service"), and blocks until they have ended;
-// controls arrive meanwhile on the calling thread. False at once when the process was not started as a service.
+// controls arrive meanwhile on the calling thread. False at once when the process was not started as a service. Throws
+// std::system_error when the system has no thread or descriptor to give for it. The table must outlive the call.
 bool StartServiceDispatcher(const ServiceTableEntry* table);
 
-// Called by a service's main. Null when the process does not run as a service.
+// Called by a service's main. `context` goes to `handler` with each control, until the dispatcher has returned. Null
+// when the process does not run as a service.
 StatusHandle RegisterControlHandler(const char* name, ControlHandler handler, void* context);
 
-// Tells the service manager the state. Any thread.
+// Tells the service manager the state; a null handle tells nobody. Any thread. May wait a moment for the manager.
 void SetServiceStatus(StatusHandle handle, const ServiceStatus& status);
 
 // To be called first thing in main, before any thread exists: from here on the stop signals of the system are kept for
-// StartServiceDispatcher() or ForegroundStop, and a broken pipe never ends the process.
+// StartServiceDispatcher() or ForegroundStop, a broken pipe never ends the process, and it may open as many files as
+// the system allows it.
 void PrepareProcess();
 
-// While it lives, a stop signal to a process in the foreground calls `stop`, on a thread of its own ("control").
+// While it lives, each stop signal to a process in the foreground calls `stop`, on a thread of its own ("control"). One
+// that came before is kept for it. The destructor waits for a call that runs.
 class ForegroundStop {
 public:
+    // Throws std::system_error when the system has no thread or descriptor to give.
     explicit ForegroundStop(std::function<void()> stop);
     ~ForegroundStop();
     ForegroundStop(const ForegroundStop&) = delete;

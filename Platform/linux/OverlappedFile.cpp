@@ -21,7 +21,9 @@ public:
     explicit OverlappedFile(RegularFile file)
         : descriptor_(std::move(file.descriptor)),
           sizeAtOpen_(file.size),
-          readers_(ReaderGroup::ForDevice(file.device)) {}
+          readers_(ReaderGroup::ForDevice(file.device)) {
+        readers_.EnsureThread();
+    }
 
     std::shared_ptr<OverlappedRead> MakeRead() override;
     ReadState StartRead(const std::shared_ptr<OverlappedRead>& read, u64 position, u32 length) override;

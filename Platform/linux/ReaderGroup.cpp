@@ -72,6 +72,11 @@ void ReaderGroup::Withdraw(WaitingRead& read) {
     if (read.queued_) Unlink(read);
 }
 
+void ReaderGroup::EnsureThread() {
+    LockGuard<Mutex> guard(mutex_);
+    if (threads_ == 0) StartThread();
+}
+
 void ReaderGroup::StartMissingThread() {
     LockGuard<Mutex> guard(mutex_);
     if (threadMissing_ && queueLength_ > 0) StartThread();
@@ -118,8 +123,13 @@ bool ReaderGroup::WaitForWork(Worker& self) {
     idle_.push_back(&self);
     while (!self.woken && !stopping_) {
         const u64 now = SteadyMilliseconds();
-        if (now >= end) break;
-        self.wake.WaitFor(mutex_, static_cast<u32>(end - now));
+        if (now < end) {
+            self.wake.WaitFor(mutex_, static_cast<u32>(end - now));
+        } else if (idle_.size() > 1) {
+            break;
+        } else {
+            self.wake.Wait(mutex_);  // the last idle one stays, so that a read in the middle of a file starts no thread
+        }
     }
     if (self.woken) return true;
     idle_.erase(std::find(idle_.begin(), idle_.end(), &self));

@@ -25,8 +25,8 @@ private:
 };
 
 // A queue of reads and as many threads as it takes: a read that finds no idle thread gets a new one, so that reads
-// that hang hold up nothing else on their device until all kMostThreads hang. Idle threads end after a while, the
-// one that was busy last is used first. A group is never destroyed, since a thread of it may hang to the end of the
+// that hang hold up nothing else on their device until all kMostThreads hang. Idle threads but one end after a while,
+// the one that was busy last is used first. A group is never destroyed, since a thread of it may hang to the end of the
 // process. Any thread; nothing here waits for a read.
 class ReaderGroup {
 public:
@@ -45,6 +45,8 @@ public:
     void Submit(WaitingRead& read);
     // Takes `read` out of the queue if it is still there.
     void Withdraw(WaitingRead& read);
+    // Has a first thread started, so that the first read finds one.
+    void EnsureThread();
     // For whoever waits: tries again to start a thread when the system had none to give.
     void StartMissingThread();
     // Ends the idle threads and waits for them, not for one that hangs. What is queued then stays so.
@@ -63,7 +65,8 @@ private:
     };
 
     void Work();
-    // Sleeps until there is something to do. False when there was nothing for kIdleMilliseconds.
+    // Sleeps until there is something to do. False when there was nothing for kIdleMilliseconds and others are idle
+    // too.
     bool WaitForWork(Worker& self) ORV_REQUIRES(mutex_);
     // The next read that is still wanted, out of the queue; null when there is none.
     std::shared_ptr<WaitingRead> TakeFirst() ORV_REQUIRES(mutex_);

@@ -82,6 +82,7 @@ void LogWriter::WriteLinePrefix(const char* levelWord, const char* sourceFile, u
     stream_.clear();
     stream_.flags(std::ios_base::dec | std::ios_base::skipws);
     stream_.fill(' ');
+    stream_.width(0);
     stream_.precision(6);
 
     const Platform::CalendarTime now = Platform::LocalTime();

@@ -80,8 +80,8 @@ private:
 };
 
 // Runs the registered hosts as services and blocks until they have ended. When the process was not started as a
-// service, runs the first valid host in the foreground, on the calling thread; a stop signal of the system then reaches
-// it as control 1. An exception out of a foreground run passes through.
+// service, runs the first host, if that one is valid, in the foreground, on the calling thread; a stop signal of the
+// system then reaches it as control 1. An exception out of a foreground run passes through.
 void RunServices();
 
 // Empties the registry, which drops the last reference of the host.

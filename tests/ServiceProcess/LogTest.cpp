@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iomanip>
 #include <ios>
 #include <stdexcept>
 
@@ -174,6 +176,13 @@ TEST_F(LogTest, WhatAMessageDoesToTheStreamEndsWithItsLine) {
     const std::string added = Added([&] { ORV_LOG_TO(writer_, Info) << 255; });
     EXPECT_TRUE(added.ends_with("): 255\n")) << added;
     EXPECT_NE(Written().find("): 0xff\n"), std::string::npos);
+}
+
+TEST_F(LogTest, AFieldWidthThatNothingUsedDoesNotReachTheNextLine) {
+    Open();
+    ORV_LOG_TO(writer_, Info) << "x" << std::setw(40);
+    const std::string added = Added([&] { Orv::LogLine(writer_, Orv::LogWords::Info, nullptr, 0).Stream() << "y"; });
+    EXPECT_EQ(added, At("10:20:30.000") + " Info|: y\n");
 }
 
 TEST_F(LogTest, TheDayChangesInTheMiddleOfAFileAndTheFileGoesOn) {

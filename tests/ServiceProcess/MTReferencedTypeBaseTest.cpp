@@ -17,6 +17,8 @@ public:
     ~Probe() override { gone_.push_back(number_); }
     i32 Count() const { return RefCount(); }
     int Number() const { return number_; }
+    bool Answer() { return IsValid(); }
+    bool ConstAnswer() const { return IsValid(); }
 
 protected:
     bool TestValid() const override { return valid_; }
@@ -82,6 +84,14 @@ TEST_F(THolderTest, ValidityIsTheObjectsOwnAnswer) {
     EXPECT_TRUE(valid.IsValid());
     EXPECT_FALSE(invalid.IsValid());
     EXPECT_TRUE(static_cast<bool>(invalid));
+}
+
+TEST_F(THolderTest, BothFormsOfTheValidityTestAnswerTheSame) {
+    for (const bool valid : {true, false}) {
+        const THolder<Probe> holder(new Probe(gone_, 1, valid));
+        EXPECT_EQ(holder->Answer(), valid);
+        EXPECT_EQ(holder->ConstAnswer(), valid);
+    }
 }
 
 TEST_F(THolderTest, AssigningTheSamePointerChangesNothing) {

@@ -217,6 +217,13 @@ TEST_F(ServiceHostTest, AnInvalidHostDoesNotRunInTheForeground) {
     EXPECT_TRUE(record_.events.empty());
 }
 
+TEST_F(ServiceHostTest, AValidHostBehindAnInvalidFirstOneDoesNotRunInTheForegroundEither) {
+    new HostProbe("a", record_, false);
+    new HostProbe("b", record_);
+    sim_.Run([] { Orv::RunServices(); });
+    EXPECT_TRUE(record_.events.empty());
+}
+
 TEST_F(ServiceHostTest, AForegroundRunReportsNothingAndEndsOnAStopSignalAsByControlOne) {
     new HostProbe("a", record_);
     RunUntilStopped();

@@ -56,9 +56,9 @@ public:
     virtual bool IsFile();
     // The id given at construction, 0 by default.
     virtual u32 GetContentId();
-    // What keeps the memory of the last frame alive when the reader itself goes before the frame has been used: the
+    // What keeps the last frame as it is when the reader is rewound, or goes, before the frame has been used: the
     // reader itself, unless a class knows of something smaller. Null when that memory is the caller's or never freed.
-    // To be asked on the thread that drives the reader, before its next frame.
+    // To be asked on the thread that drives the reader, before its next frame or rewind.
     virtual MTObjects::THolder<MTReferencedTypeBase> FrameOwner();
 
 protected:

@@ -15,7 +15,7 @@ RawFileStream::~RawFileStream() {
 
 bool RawFileStream::Open(const char* name, void* buffer, i32 frameBytes) {
     Close();
-    decoder_.reset();
+    decoder_ = nullptr;
     name_ = name;
     block_ = static_cast<u8*>(buffer);
     blockSize_ = static_cast<u64>(frameBytes);
@@ -29,7 +29,7 @@ void RawFileStream::Close() {
 }
 
 MTObjects::THolder<MTObjects::MTReferencedTypeBase> RawFileStream::FrameOwner() {
-    if (decoder_) return this;
+    if (decoder_) return decoder_;
     return front_;
 }
 
@@ -40,9 +40,9 @@ void RawFileStream::Rewind() {
     back_ = new IRawFileBuffer(file_);
     if (front_->IssueRead(static_cast<u32>(file_->start), IRawFileBuffer::Size)) Prefetch();
     if (file_->adpcm) {
-        decoder_ = std::make_unique<ADPCMDecoder>(
-            [this](const u8** block, u64 bytes) { return ReadRaw(block, bytes, compressedBlock_.data()); },
-            static_cast<u32>(blockSize_));
+        decoder_ =
+            new Decoder([this](const u8** block, u64 bytes) { return ReadRaw(block, bytes, compressedBlock_.data()); },
+                        static_cast<u32>(blockSize_));
     }
 }
 
@@ -51,7 +51,7 @@ void RawFileStream::Prefetch() {
 }
 
 bool RawFileStream::GetNextFrame(const u8** frame, ContentEventList& events) {
-    const u64 got = decoder_ ? decoder_->Decode(frame, static_cast<u32>(static_cast<i32>(blockSize_) / 2))
+    const u64 got = decoder_ ? decoder_->adpcm.Decode(frame, static_cast<u32>(static_cast<i32>(blockSize_) / 2))
                              : ReadRaw(frame, blockSize_, block_);
     if (got != 0) return true;
     AppendFinished(events);

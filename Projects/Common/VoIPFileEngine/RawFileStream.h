@@ -2,8 +2,8 @@
 #pragma once
 
 #include <array>
-#include <memory>
 #include <string>
+#include <utility>
 
 #include "Projects/Common/VoIPFileEngine/ADPCMDecoder.h"
 #include "Projects/Common/VoIPFileEngine/IMMFileStreamReader.h"
@@ -37,10 +37,20 @@ public:
     // Gives the use of the shared file back. Called by Open() and the destructor only.
     void Close() override;
     bool IsFile() override { return true; }
-    // The front buffer, so that the name and the shared file go with the stream; the stream for decoded frames.
+    // The front buffer or the decoder, so that the name and the shared file go with the stream.
     MTObjects::THolder<MTReferencedTypeBase> FrameOwner() override;
 
 private:
+    // Counted, as a frame that it made may still be in use when the stream is rewound or gone; then it is never called.
+    struct Decoder : MTObjects::MTReferencedTypeBase {
+        Decoder(ADPCMDecoder::Source source, u32 frameBytes) : adpcm(std::move(source), frameBytes) {}
+
+        ADPCMDecoder adpcm;
+
+    protected:
+        bool TestValid() const override { return true; }
+    };
+
     // Reads on where the front buffer ends, into the back buffer.
     void Prefetch();
     // `count` bytes of the file, put together in `block` if they do not lie in one buffer. Always `count`, filled up
@@ -54,8 +64,8 @@ private:
     MTObjects::THolder<IRawFileBuffer> front_;  // being handed out
     MTObjects::THolder<IRawFileBuffer> back_;   // being filled
     u64 blockSize_ = 0;
-    u8* block_ = nullptr;                    // the caller's, blockSize_ bytes
-    std::unique_ptr<ADPCMDecoder> decoder_;  // set for ADPCM files only
+    u8* block_ = nullptr;                  // the caller's, blockSize_ bytes
+    MTObjects::THolder<Decoder> decoder_;  // set for ADPCM files only
     // The caller's block may be smaller than a compressed one.
     std::array<u8, ADPCMDecoder::BlockBytes> compressedBlock_;
     bool rewound_ = false;  // the buffers are fresh and no read has been done since

@@ -85,6 +85,12 @@ StreamMusicBox::~StreamMusicBox() {
     thread_.Join();
 }
 
+void StreamMusicBox::Shutdown() {
+    const MTObjects::THolder<IMusicBox> self(this);
+    IMusicBoxImpl::Shutdown();
+    Guard guard(tickMutex_);  // a tick that still found a consumer is over
+}
+
 void StreamMusicBox::Play() {
     u32 tick = static_cast<u32>(Platform::SteadyMilliseconds());
     MTObjects::THolder<RealChunk> chunk(new RealChunk(shift_));
@@ -95,6 +101,7 @@ void StreamMusicBox::Play() {
             continue;
         }
         tick += TickMilliseconds;
+        Guard guard(tickMutex_);
         if (HasConsumers()) {
             Tick(chunk);
         } else {

@@ -42,6 +42,9 @@ public:
     // Ends the thread and waits for it.
     ~StreamMusicBox() override;
 
+    // When it returns, the source is not being pulled either. Not with a lock held that the source wants.
+    void Shutdown() override;
+
 private:
     static constexpr u32 FrameSamples = 80;
     static constexpr u32 FrameBytes = 160;
@@ -57,6 +60,9 @@ private:
     std::atomic<bool> stop_{false};
     std::array<u8, MaxFrameBytes> frame_;  // the source's frame buffer
     const i32 shift_;
+    // Held for a tick. The source may have a reader of this very box: who takes that out lets the box go, and waits for
+    // its thread, under the source's lock.
+    Platform::RecursiveMutex tickMutex_;
     Platform::Thread thread_;
 };
 

@@ -2,16 +2,20 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "Platform/Thread.h"
 #include "Projects/Common/VoIPFileEngine/FileView.h"
 #include "tests/Projects/Common/VoIPFileEngine/AdpcmSample.h"
 #include "tests/Projects/Common/VoIPFileEngine/AllocationCounter.h"
 #include "tests/Projects/Common/VoIPFileEngine/EngineLog.h"
+#include "tests/Projects/Common/VoIPFileEngine/ReaderFakes.h"
 #include "tests/Projects/Common/VoIPFileEngine/SoundFiles.h"
 #include "tests/Projects/Common/VoIPFileEngine/StreamPlayer.h"
 
@@ -133,6 +137,87 @@ TEST_F(RawFileStreamLinuxTest, AReadThatWouldPassFourGibibytesIsNotCutAtTheEndOf
     ASSERT_EQ(std::filesystem::file_size(path), fileSize);
     StreamPlayer player(path, 2000);
     EXPECT_TRUE(SameBytes(PlayWithoutZeros(player), audio + behind));
+}
+
+// `blocks` compressed blocks that hold one level: all nibbles are 0, at step index 0.
+std::string LevelBlocks(u16 level, u32 blocks) {
+    std::string compressed;
+    for (u32 i = 0; i < blocks; ++i) compressed += TestData::Le16(level) + std::string(254, '\0');
+    return compressed;
+}
+
+// Goal: a frame that is still in use stays as it is when its stream is rewound and goes, and the file's name is given
+// back all the same. Method: a frame of zeros belongs to a late disk; frames of 160 bytes lie in the decoded block,
+// those of 2000 in the decoder's scratch.
+TEST_F(RawFileStreamLinuxTest, AFrameInUseOutlivesARewindAndItsStreamWhetherDecodedOrNot) {
+    TestData::EngineLog log;
+    const std::string adpcm = Write("a.wav", TestData::AdpcmWave(LevelBlocks(100, 2) + LevelBlocks(200, 40)));
+    const std::string raw = Write("a.raw", Audio(100'000));
+    for (const std::string& path : {adpcm, raw}) {
+        for (const u32 frameBytes : {160u, 2000u}) {
+            auto player = std::make_unique<StreamPlayer>(path, frameBytes);
+            std::string bytes;
+            for (u32 i = 0; i < 10'000 && bytes.find_first_not_of('\0') == std::string::npos; ++i) {
+                bytes = player->Next();
+                Platform::SleepMilliseconds(1);
+            }
+            const u8* const frame = player->Frame();
+            ASSERT_NE(frame, player->Block());
+            const auto owner = player->Stream().FrameOwner();
+            player->Stream().Rewind();
+            player->Next();
+            log.Take();
+            player.reset();
+            EXPECT_EQ(log.Take(),
+                      std::vector<std::string>{TestData::RawLine("Trace", path + " removed from shared storage")});
+            EXPECT_TRUE(SameBytes(std::string(reinterpret_cast<const char*>(frame), frameBytes), bytes));
+        }
+    }
+}
+
+// Goal: frames stay whole, while they are mixed and after, when another thread replaces and rewinds the lists that they
+// came from. Method: all audio is one level, so that every sample lies between silence and twice that level; memory
+// that has gone shows as something else, and to the sanitizers in any case.
+TEST_F(RawFileStreamLinuxTest, FramesStayWholeWhileTheirListsAreReplacedAndRewoundByAnotherThread) {
+    constexpr i16 kLevel = 0x1000;
+    constexpr u32 kSwitches = 300;
+    std::string samples;
+    for (u32 i = 0; i < 20'000; ++i) samples += TestData::Le16(kLevel);
+    const std::string raw = Write("a.raw", samples);
+    const std::string adpcm = Write("a.wav", TestData::AdpcmWave(LevelBlocks(kLevel, 40)));
+    std::vector<u8> buffer(2000);
+    const MTObjects::THolder<IMMStreamManager> set = CreateStreamSet();
+    set->Prepare(buffer.data(), 2000);
+    std::atomic<bool> done{false};
+    std::atomic<u64> heard{0};
+    u64 wrong = 0;
+    Platform::Thread puller("puller", [&] {
+        const MTObjects::THolder<IMMFileStreamReader> reader = set->GetReader();
+        while (!done.load()) {
+            const TestData::Pulled pulled = TestData::Pull(*reader);
+            if (pulled.frame == nullptr) continue;
+            bool silent = true;
+            for (u64 i = 0; i < 1000; ++i) {
+                const i16 sample = pulled.Sample(i);
+                if (sample < 0 || sample > 2 * kLevel) ++wrong;
+                if (sample != 0) silent = false;
+            }
+            if (!silent) ++heard;
+        }
+    });
+    const MTObjects::THolder<IMMFileStreamReader> reader = set->GetReader();
+    for (u32 i = 0; i < kSwitches || heard.load() < kSwitches; ++i) {
+        set->SwitchContent(2, true, {{1, i % 2 == 0 ? adpcm : raw, false}}, 1, 2, 3);
+        set->SwitchContent(3, true, {{2, i % 4 < 2 ? adpcm : raw, false}}, 2, 1, i % 3 == 0 ? 2 : 3);
+        for (u32 k = 0; k < 5; ++k) {
+            const u64 before = heard.load();
+            for (u32 turn = 0; turn < 1000 && heard.load() == before; ++turn) Platform::SleepMilliseconds(0);
+            reader->Rewind();
+        }
+    }
+    done.store(true);
+    puller.Join();
+    EXPECT_EQ(wrong, 0u);
 }
 
 // Goal: between the start and the end of a file nothing is allocated. Method: count the player's allocations over 1,000

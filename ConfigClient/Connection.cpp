@@ -54,7 +54,8 @@ THolder<VXTPL::VXApplicationImpl> Connection::Application() {
 
 void Connection::SetApplication(THolder<VXTPL::VXApplicationImpl> application) {
     const Platform::LockGuard<Platform::Mutex> guard(recordMutex_);
-    record_.Swap(application);  // the old one goes after the lock
+    record_.Swap(application);
+    if (application) previous_.Swap(application);  // what goes now, goes after the lock
 }
 
 void Connection::RegisterHandler(u32 slot, THolder<VXTPL::SlotHandlerImpl> handler) {

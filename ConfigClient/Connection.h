@@ -44,6 +44,8 @@ private:
 
     Platform::Mutex recordMutex_;
     MTObjects::THolder<VXTPL::VXApplicationImpl> record_ ORV_GUARDED_BY(recordMutex_);
+    // The record before it: a thread of the library may still compare the name that GetServerName() gave it.
+    MTObjects::THolder<VXTPL::VXApplicationImpl> previous_ ORV_GUARDED_BY(recordMutex_);
 
     Platform::Mutex handlersMutex_;
     std::map<u32, MTObjects::THolder<VXTPL::SlotHandlerImpl>> slotHandlers_ ORV_GUARDED_BY(handlersMutex_);

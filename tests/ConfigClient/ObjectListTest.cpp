@@ -34,7 +34,7 @@ protected:
     static std::string Found(const ListHolder& list, const char* field, const char* value, i32 n = 0) {
         return TextOf(list->FindRow(field, value, n), "v");
     }
-    // "kind id new/old" of each.
+    // "table kind id new/old" of each.
     static Texts Told(const PendingChanges& pending) {
         Texts texts;
         for (const auto& change : pending) {
@@ -259,6 +259,20 @@ TEST_F(ObjectListTest, OneRowWithoutTheIndexedFieldSendsEverySearchToTheService)
         const ListHolder list = OpenAndLoad();
         EXPECT_EQ(Found(list, "pipename", "two"), "2");
         EXPECT_EQ(service_.calls, Texts{"8 audiofeed pipename=two"});
+    });
+}
+
+TEST_F(ObjectListTest, ATextIndexStaysCompleteOnlyWhileEveryRowHasTheFieldAsAText) {
+    Run([&] {
+        const ListHolder list = OpenAndLoad();
+        VX::ParamListHolder previous;
+        list->SetRow(previous, 5, MakeRow({{"pipename", 5}, {"v", "5b"}}));
+        Found(list, "pipename", "two");
+        EXPECT_EQ(service_.calls, Texts{"8 audiofeed pipename=two"});
+        service_.calls.clear();
+        list->SetRow(previous, 5, MakeRow({{"pipename", "five"}, {"v", "5c"}}));
+        EXPECT_EQ(Found(list, "pipename", "five"), "5c");
+        EXPECT_TRUE(service_.calls.empty());
     });
 }
 

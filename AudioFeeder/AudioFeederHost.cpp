@@ -11,7 +11,6 @@
 #include "AudioFeeder/UpdateDispatcher.h"
 #include "ConfigClient/ConfigConnection.h"
 #include "ConfigClient/ObjectList.h"
-#include "Platform/Clock.h"
 #include "Platform/Files.h"
 #include "Platform/NamedPipe.h"
 #include "ServiceProcess/CommandLine.h"

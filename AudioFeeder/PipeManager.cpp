@@ -68,22 +68,23 @@ bool IPipeManager::UpdateFeed(const FeedRow& newRow, const FeedRow& oldRow) {
     EventTurn turn;
     const std::string newPipe = newRow.Text(Columns::pipename);
     const std::string oldPipe = oldRow.Text(Columns::pipename);
-    {
-        const FeedHolder current = FindFeed(newPipe);
-        if (current && current == FindFeed(oldPipe) && IsSoftUpdate(newRow, oldRow)) {
-            const FeedRow values(newRow.base);
-            current->SetFeedLevel(
-                {LevelFromPercent(values.Number(Columns::maxvolume)), values.Number(Columns::autogain) != 0});
-            current->Start();
-            return true;
-        }
+    FeedHolder newFeed = FindFeed(newPipe);
+    FeedHolder oldFeed = FindFeed(oldPipe);
+    if (newFeed && newFeed == oldFeed && IsSoftUpdate(newRow, oldRow)) {
+        const FeedRow values(newRow.base);
+        newFeed->SetFeedLevel(
+            {LevelFromPercent(values.Number(Columns::maxvolume)), values.Number(Columns::autogain) != 0});
+        newFeed->Start();
+        return true;
     }
     if (oldRow.Has(Columns::idaudiofeed)) ORV_LOG(Info) << "Shutdown channel " << oldPipe;
     ShutdownFeed(oldPipe);
     if (newRow.Has(Columns::idaudiofeed)) ORV_LOG(Info) << "Shutdown channel " << newPipe;
     ShutdownFeed(newPipe);
     if (newRow.Has(Columns::idaudiofeed)) ORV_LOG(Info) << "Creating channel " << newPipe;
-    // The old channel is gone by now, and its pipe's name with it.
+    // The old channels go here, and their pipes' names with them.
+    newFeed = nullptr;
+    oldFeed = nullptr;
     FeedHolder feed(new IPipeFeed(newRow));
     Platform::LockGuard<Platform::RecursiveMutex> guard(channelMapMutex_);
     channelMap_[newPipe].Swap(feed);

@@ -18,10 +18,11 @@ constexpr char kLogSource[] = "OrvAudioFeeder";
 
 enum TableId : i32 { AudioFeed = 0, AudioFeedContent = 1, Announcement = 2, Parameter = 3, ConfigServer = 4 };
 
-// Filled before the first connection and only read afterwards.
+// Filled before the first connection and only read afterwards. Never destroyed: after an exception out of the host
+// events may still come while the process ends.
 std::map<std::string, i32>& TableIds() {
-    static std::map<std::string, i32> tableIds;
-    return tableIds;
+    static auto* const tableIds = new std::map<std::string, i32>;
+    return *tableIds;
 }
 
 void OnFeed(bool deleted, const FeedRow& newRow, const FeedRow& oldRow) {

@@ -5,49 +5,13 @@
 // among them. The default set's box makes its chunks on a thread of its own, which is not counted.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
 #include <vector>
 
 #include "AudioFeeder/PipeFeed.h"
 #include "AudioFeeder/SharedValues.h"
 #include "ServiceProcess/Log.h"
+#include "tests/AudioFeeder/CountingAllocator.h"
 #include "tests/AudioFeeder/FeederWorld.h"
-
-namespace {
-
-u64 countedThread = 0;  // 0: nothing is counted
-u64 allocations = 0;
-
-void Count() {
-    // Asked for with the counting off, should the answer allocate.
-    const u64 wanted = countedThread;
-    if (wanted == 0) return;
-    countedThread = 0;
-    if (Platform::CurrentThreadId() == wanted) ++allocations;
-    countedThread = wanted;
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    Count();
-    if (void* memory = std::malloc(size != 0 ? size : 1)) return memory;
-    throw std::bad_alloc();
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    Count();
-    return std::malloc(size != 0 ? size : 1);
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
@@ -71,10 +35,9 @@ protected:
         Orv::LogWriter::Instance().SetLogLevel(1);
         std::vector<char> sound(2'000'000);
         client.ReadBlocks(4);
-        allocations = 0;
-        countedThread = thread;
+        StartCounting(thread);
         const u64 read = client.ReadInto(sound.data(), sound.size());
-        countedThread = 0;
+        const u64 allocations = StopCounting();
         EXPECT_EQ(read, sound.size());
         i64 loud = 0;
         for (const char byte : sound) loud += byte != 0 ? 1 : 0;

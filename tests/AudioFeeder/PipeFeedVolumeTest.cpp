@@ -7,7 +7,7 @@
 
 #include "AudioFeeder/PipeFeed.h"
 #include "AudioFeeder/SharedValues.h"
-#include "AudioFeeder/VolumeControl.h"
+#include "tests/AudioFeeder/ControlModel.h"
 #include "tests/AudioFeeder/FeederWorld.h"
 #include "tests/AudioFeeder/SetModel.h"
 
@@ -108,9 +108,11 @@ TEST_F(FeedVolumeTest, TheControlWorksOnTheFinishedMixBlockByBlock) {
         FeedHolder feed = Feed({{"maxvolume", 40}, {"autogain", 1}});
         Client client("p");
         const Samples heard = client.ReadBlocks(30);
-        Samples expected = ExpectedStream({Constant(400'500, 20'000)}, 30);
-        Orv::VolumeControl control({13'106, true});  // 40 * 32767 / 100
-        for (std::size_t block = 0; block < 30; ++block) control.Process(expected.data() + block * 1000, 1000);
+        const Samples mix = ExpectedStream({Constant(400'500, 20'000)}, 30);
+        ControlModel control(13'106, true);  // 40 * 32767 / 100
+        Samples expected;
+        for (std::size_t block = 0; block < 30; ++block)
+            expected = Join({expected, control.Apply(Blocks(mix, block, 1))});
         EXPECT_EQ(heard, expected);
     });
 }

@@ -106,8 +106,8 @@ TEST_F(PipeManagerTest, ARebuildShutsBothNamesDownInOrderAndBuildsTheNewOne) {
                 if (at != std::string::npos) steps.push_back(log[line].text.substr(part[0] == ']' ? at + 2 : at));
             }
         }
-        EXPECT_EQ(steps, (Texts{"Shutdown channel p", "Shutdown", "closed", "Shutdown", "Destroyed",
-                                "Shutdown channel q", "Creating channel q", "Started"}));
+        EXPECT_EQ(steps, (Texts{"Shutdown channel p", "Shutdown", "closed", "Shutdown channel q", "Creating channel q",
+                                "Shutdown", "Destroyed", "Started"}));
         EXPECT_FALSE(world_.Pipes().IsServed("p"));
         EXPECT_TRUE(world_.Pipes().IsServed("q"));
     });

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <vector>
 
+#include "tests/AudioFeeder/ControlModel.h"
+
 namespace {
 
 using Orv::LevelSetting;
@@ -115,6 +117,7 @@ TEST(VolumeControl, TheLowestSampleWrapsAroundWhenTheGainIsAboveOne) {
     const i32 product = static_cast<i32>(-32768.0F * gain);
     ASSERT_LT(product, -32768);
     EXPECT_EQ(sample, product + 65536);
+    EXPECT_EQ(sample, 31052) << "-32768 * 1.05239 is -34484.8";
 }
 
 TEST(VolumeControl, ABlockOfZerosLetsThePeakDecayAndAtZeroTheGainHoldsItsLastValue) {
@@ -267,6 +270,34 @@ TEST(VolumeControl, TheReportedPercentageWrapsAsAShortInteger) {
     i16 percent = 0;
     control.TakeReport(percent);
     EXPECT_EQ(percent, static_cast<i32>(static_cast<double>(control.Gain()) * 100.0) - 65536);
+}
+
+// Loud, quiet and silent passages, the lowest sample among them, and an end of a file now and then.
+TEST(VolumeControl, EachStepIsMadeInItsOrderAndIn32BitFloatToTheLastBit) {
+    for (const bool autogain : {false, true}) {
+        VolumeControl control({16383, autogain});
+        FeederTest::ControlModel model(16383, autogain);
+        u32 state = 11;
+        for (int round = 0; round < 300; ++round) {
+            FeederTest::Samples block;
+            for (int index = 0; index < 1000; ++index) {
+                state = state * 1664525U + 1013904223U;
+                const i32 value = static_cast<i32>(state >> 16) - 32768;
+                const i32 divisor = round % 30 < 10 ? 1 : 40;
+                block.push_back(static_cast<i16>(round % 30 > 25 ? 0 : value / divisor));
+            }
+            block[500] = -32768;
+            const FeederTest::Samples expected = model.Apply(block);
+            Apply(control, block);
+            ASSERT_EQ(block, expected) << round;
+            ASSERT_EQ(control.Gain(), model.Gain()) << round;
+            ASSERT_EQ(control.Peak(), model.Peak()) << round;
+            if (round % 70 == 69) {
+                control.OnEndOfFile();
+                model.EndOfFile();
+            }
+        }
+    }
 }
 
 TEST(VolumeControl, SamplesAtOddAddressesAreScaledLikeAnyOthers) {

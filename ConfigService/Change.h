@@ -45,6 +45,8 @@ struct RowChange {
     std::string key;                   // after the change, before it for a deleted row
     std::string oldKey;                // differs from `key` when the row was renamed
     std::vector<std::string> columns;  // those that differ from before
+    // Those of them that only a reader that asks for presence tells apart: absent against 0 or the empty text.
+    std::vector<std::string> alike;
 };
 
 enum class Outcome : u8 { Done, Refused, Failed };

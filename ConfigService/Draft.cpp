@@ -16,6 +16,13 @@ std::string ColumnList(const Table& table) {
     return list;
 }
 
+// Whether a reader that does not ask for presence cannot tell the value from an absent one.
+bool ReadsAsAbsent(const Value& value) {
+    if (const i32* number = std::get_if<i32>(&value)) return *number == 0;
+    const std::string* text = std::get_if<std::string>(&value);
+    return text == nullptr || text->empty();
+}
+
 // The row as it is named in a message.
 std::string GivenKey(const Change& change) {
     return change.key.empty() && change.id != 0 ? std::to_string(change.id) : change.key;
@@ -273,7 +280,9 @@ RowChange Draft::Describe(const Difference& difference) {
     for (u32 i = 0; i < table.columns.size(); ++i) {
         const Value before = difference.before != nullptr ? difference.before->values[i] : Value();
         const Value after = difference.after != nullptr ? difference.after->values[i] : Value();
-        if (before != after) change.columns.push_back(table.columns[i].name);
+        if (before == after) continue;
+        change.columns.push_back(table.columns[i].name);
+        if (ReadsAsAbsent(before) && ReadsAsAbsent(after)) change.alike.push_back(table.columns[i].name);
     }
     return change;
 }

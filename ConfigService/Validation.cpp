@@ -1,5 +1,6 @@
 #include "ConfigService/Validation.h"
 
+#include <algorithm>
 #include <array>
 
 #include "Platform/NamedPipe.h"
@@ -126,7 +127,12 @@ void CheckParameter(const Row& row, Findings& findings) {
         if (value.size() != 1 || value[0] < '0' || value[0] > '5') {
             findings.Error("value", "of SYSTEMLOGGINGLEVEL is \"" + value + "\"; give one digit from 0 to 5");
         }
-    } else if (name == "DEFAULTAUDIOFILE" || name == "IVRPROMPTPATH") {
+    } else if (name == "DEFAULTAUDIOFILE") {
+        if (value.empty()) {
+            findings.Warning("value",
+                             "of " + name + " is empty, which leaves the file before it in force; name a file");
+        }
+    } else if (name == "IVRPROMPTPATH") {
         if (value.empty()) {
             findings.Warning("value", "of " + name + " is empty; remove the parameter if nothing is meant to be set");
         }
@@ -142,6 +148,10 @@ void CheckParameter(const Row& row, Findings& findings) {
 }
 
 }  // namespace
+
+bool IsKnownParameter(std::string_view name) {
+    return std::find(kKnownParameters.begin(), kKnownParameters.end(), name) != kKnownParameters.end();
+}
 
 bool HasControlCharacter(std::string_view text) {
     for (u64 i = 0; i < text.size(); ++i) {

@@ -23,6 +23,9 @@ std::string WhyTextRefused(std::string_view text);
 // Whether the text holds a control character.
 bool HasControlCharacter(std::string_view text);
 
+// Whether the audio feed service reads a parameter of that name, case included.
+bool IsKnownParameter(std::string_view name);
+
 // Looks at one whole row on its own. `errors` make it unusable, `warnings` are for the person who set it.
 void CheckRow(const Table& table, const Row& row, std::vector<RowFinding>& errors, std::vector<RowFinding>& warnings);
 

@@ -196,6 +196,7 @@ ParamListHolder ResultToList(const ApplyResult& result) {
         SetText(list, "oldkey", change.oldKey);
         ParamListHolder columns = NewList();
         for (const std::string& column : change.columns) VXSetInt32Value(columns.Get(), column.c_str(), 1);
+        for (const std::string& column : change.alike) VXSetInt32Value(columns.Get(), column.c_str(), 0);
         VXSetHandleValue(list.Get(), "columns", columns.Get());
         changed.push_back(std::move(list));
     }
@@ -228,7 +229,9 @@ ApplyResult ResultFromList(const ParamListHolder& reply, std::string& resultWord
         const ParamListHolder columns = list.GetHandle("columns");
         for (VXParamRecord record = VXGetFirstParam(columns.Get()); record != nullptr;
              record = VXGetNextParam(columns.Get(), record)) {
-            change.columns.emplace_back(VXRecordKey(record));
+            const char* column = VXRecordKey(record);
+            change.columns.emplace_back(column);
+            if (VXGetInt32Value(columns.Get(), column) == 0) change.alike.emplace_back(column);
         }
         result.changed.push_back(std::move(change));
     }

@@ -16,7 +16,7 @@ Row RowFromList(const Table& table, const VX::ParamListHolder& list);
 
 // The request of AdminProtocol::CallApply.
 VX::ParamListHolder ChangesToList(const std::vector<Change>& changes);
-// What cannot be understood comes as a change whose `table` is empty and as a finding.
+// What cannot be understood is left out of its change and told as a finding; then none of them is to be applied.
 std::vector<Change> ChangesFromList(const VX::ParamListHolder& request, std::vector<Finding>& errors);
 
 // The reply of AdminProtocol::CallApply. At most MaxFindings errors and as many warnings go out.

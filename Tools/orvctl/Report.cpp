@@ -3,12 +3,27 @@
 #include <algorithm>
 #include <string_view>
 
+#include "ConfigService/Validation.h"
+
 namespace Orv {
 namespace {
 
-bool Touches(const RowChange& change, std::initializer_list<std::string_view> columns) {
+using ColumnNames = std::initializer_list<std::string_view>;
+
+bool Holds(const ColumnNames& columns, const std::string& column) {
+    return std::find(columns.begin(), columns.end(), column) != columns.end();
+}
+
+bool Touches(const RowChange& change, const ColumnNames& columns) {
+    return std::any_of(change.columns.begin(), change.columns.end(),
+                       [&](const std::string& column) { return Holds(columns, column); });
+}
+
+// The same without the columns that read as before, by which a feed is not built anew.
+bool TouchesReading(const RowChange& change, const ColumnNames& columns) {
     return std::any_of(change.columns.begin(), change.columns.end(), [&](const std::string& column) {
-        return std::find(columns.begin(), columns.end(), column) != columns.end();
+        return Holds(columns, column) &&
+               std::find(change.alike.begin(), change.alike.end(), column) == change.alike.end();
     });
 }
 
@@ -22,14 +37,15 @@ bool Inserted(const RowChange& change) {
 std::vector<std::string> FeedHeard(const RowChange& change) {
     if (Deleted(change)) return {"At once: its pipe is gone and its clients see the end."};
     if (Inserted(change)) return {"At once: its pipe is there."};
-    if (Touches(change, {"pipename", "thename", "feedtype", "playannouncements", "nonstop"})) {
+    if (TouchesReading(change, {"pipename", "thename", "feedtype", "playannouncements", "nonstop"})) {
         return {"At once: the feed is built anew, so its clients see the end of the pipe and have to connect again."};
     }
+    const bool pauses = Touches(change, {"minannouncementpause", "maxannouncementpause"});
     std::vector<std::string> heard;
-    if (Touches(change, {"maxvolume", "autogain"})) {
+    if (Touches(change, {"maxvolume", "autogain"}) || !pauses) {
         heard.push_back("At once: the feed goes on with its next file; its clients stay connected.");
     }
-    if (Touches(change, {"minannouncementpause", "maxannouncementpause"})) {
+    if (pauses) {
         if (heard.empty()) heard.push_back("At once the feed goes on with its next file, still with the old pauses.");
         heard.push_back(
             "The new pauses count from the feed's next rebuild: change its pipe, folder, type, announcements or "
@@ -48,13 +64,22 @@ std::vector<std::string> AnnouncementHeard(const RowChange& change) {
     return heard;
 }
 
+std::string ParameterHeardWhen(const std::string& name) {
+    if (!IsKnownParameter(name)) return "Never: the audio feed service reads no parameter of that name.";
+    if (name == "IVRPROMPTPATH") return "At once: each feed looks into the new folder at its next playlist.";
+    if (name == "DEFAULTAUDIOFILE") {
+        return "At once, unless it is empty: the default stream plays it, and a folder feed without files takes it at "
+               "its next playlist.";
+    }
+    return "At once.";
+}
+
 std::vector<std::string> ParameterHeard(const RowChange& change) {
-    if (Deleted(change)) {
+    if (Deleted(change) && IsKnownParameter(change.key)) {
         return {"At the audio feed service's next start; until then the last value stays in force."};
     }
-    if (change.key == "IVRPROMPTPATH") return {"At once: each feed looks into the new folder at its next playlist."};
-    std::vector<std::string> heard = {"At once."};
-    if (!Inserted(change) && change.oldKey != change.key) {
+    std::vector<std::string> heard = {ParameterHeardWhen(change.key)};
+    if (change.oldKey != change.key && IsKnownParameter(change.oldKey)) {
         heard.push_back("What \"" + change.oldKey +
                         "\" has set stays in force until the audio feed service's next start.");
     }

@@ -196,6 +196,15 @@ TEST_F(StoreTest, ATransactionTellsWhatBecameOfEachRowInTheOrderOfTheChanges) {
     EXPECT_EQ(result.changed[2].key, "a");
 }
 
+TEST_F(StoreTest, AColumnThatTurnsFromAbsentToZeroOrEmptyDiffersAndReadsAlike) {
+    Must({Feed(Action::Add, "a", {{"autogain", 0}})});
+    const ApplyResult result = store_->Apply(
+        {Feed(Action::Set, "a", {{"thename", Text("")}, {"nonstop", 0}, {"maxvolume", 5}, {"autogain", Value()}})});
+    ASSERT_EQ(result.changed.size(), 1u);
+    EXPECT_THAT(result.changed[0].columns, ElementsAre("thename", "nonstop", "maxvolume", "autogain"));
+    EXPECT_THAT(result.changed[0].alike, ElementsAre("thename", "nonstop", "autogain"));
+}
+
 TEST_F(StoreTest, AnnouncementsMayExchangeTheirNamesInOneTransaction) {
     Must({Saying(Action::Add, "a", {{"thefile", Text("1.wav")}}),
           Saying(Action::Add, "b", {{"thefile", Text("2.wav")}})});

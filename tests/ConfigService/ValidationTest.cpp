@@ -219,6 +219,7 @@ TEST_F(ValidationTest, AnUnknownParameterIsAcceptedWithAWarning) {
 
 TEST_F(ValidationTest, AnEmptyPathParameterIsWarnedOf) {
     ExpectWarned(Apply("PARAMETER", "IVRPROMPTPATH", {}), "value", "is empty");
+    ExpectWarned(Apply("PARAMETER", "DEFAULTAUDIOFILE", {}), "value", "leaves the file before it in force");
     ExpectPlain(Apply("PARAMETER", "DEFAULTAUDIOFILE", {{"value", std::string("/x.wav")}}));
 }
 

@@ -50,7 +50,7 @@ TEST(Wire, ChangesCrossUnharmed) {
 TEST(Wire, ResultsCrossUnharmed) {
     ApplyResult result;
     result.transaction = 5'000'000'000;
-    result.changed.push_back({AudioFeed, 3, "Updated", "new", "old", {"pipename", "maxvolume"}});
+    result.changed.push_back({AudioFeed, 3, "Updated", "new", "old", {"pipename", "maxvolume"}, {"maxvolume"}});
     result.warnings.push_back({0, "AUDIOFEED", "new", "thename", "is empty", false});
     std::string word;
     const ApplyResult read = ResultFromList(ResultToList(result), word);
@@ -64,6 +64,7 @@ TEST(Wire, ResultsCrossUnharmed) {
     EXPECT_EQ(read.changed[0].key, "new");
     EXPECT_EQ(read.changed[0].oldKey, "old");
     EXPECT_EQ(read.changed[0].columns, (std::vector<std::string>{"pipename", "maxvolume"}));
+    EXPECT_EQ(read.changed[0].alike, std::vector<std::string>{"maxvolume"});
     ASSERT_EQ(read.warnings.size(), 1u);
     EXPECT_EQ(read.warnings[0].text, "is empty");
 }

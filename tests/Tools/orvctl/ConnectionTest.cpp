@@ -92,5 +92,59 @@ TEST(OrvctlReport, AFindingNamesTheRowTheOptionAndTheFix) {
     EXPECT_EQ(FindingText({-1, "", "", "", "The disk is full", false}), "The disk is full");
 }
 
+// What a person is told of one changed feed, or of one changed parameter.
+std::string HeardOfFeed(std::vector<std::string> columns, std::vector<std::string> alike = {}) {
+    std::string text;
+    for (const std::string& sentence :
+         HeardWhen({AudioFeed, 1, "Updated", "hold", "hold", std::move(columns), std::move(alike)})) {
+        text += sentence + "\n";
+    }
+    return text;
+}
+std::vector<std::string> HeardOfParameter(const char* kind, const char* name, const char* oldName) {
+    return HeardWhen({Parameter, 1, kind, name, oldName, {"name", "value"}, {}});
+}
+
+TEST(OrvctlReport, EachOfTheFiveColumnsThatTheFeedIsMadeOfBuildsItAnew) {
+    for (const char* column : {"pipename", "thename", "feedtype", "playannouncements", "nonstop"}) {
+        EXPECT_EQ(
+            HeardOfFeed({column, "maxvolume", "minannouncementpause"}),
+            "At once: the feed is built anew, so its clients see the end of the pipe and have to connect again.\n")
+            << column;
+    }
+}
+
+TEST(OrvctlReport, AColumnThatTurnsFromAbsentToZeroOrEmptyDoesNotBuildTheFeedAnew) {
+    const char softly[] = "At once: the feed goes on with its next file; its clients stay connected.\n";
+    for (const char* column : {"thename", "feedtype", "playannouncements", "nonstop", "maxvolume", "autogain"}) {
+        EXPECT_EQ(HeardOfFeed({column}, {column}), softly) << column;
+    }
+    EXPECT_EQ(HeardOfFeed({"maxvolume"}), softly);
+    EXPECT_THAT(HeardOfFeed({"nonstop", "thename"}, {"nonstop"}), HasSubstr("built anew"));
+}
+
+TEST(OrvctlReport, NewPausesCountFromTheNextRebuild) {
+    EXPECT_THAT(HeardOfFeed({"minannouncementpause"}),
+                HasSubstr("still with the old pauses.\nThe new pauses count from"));
+    EXPECT_THAT(HeardOfFeed({"autogain", "maxannouncementpause"}),
+                HasSubstr("its clients stay connected.\nThe new pauses count from the feed's next rebuild"));
+}
+
+TEST(OrvctlReport, ARemovedParameterCountsAtTheNextStartAndAnUnknownOneNever) {
+    const std::string never = "Never: the audio feed service reads no parameter of that name.";
+    const std::string old =
+        "What \"SYSTEMLOGGINGLEVEL\" has set stays in force until the audio feed service's next start.";
+    const char level[] = "SYSTEMLOGGINGLEVEL";
+    using Sentences = std::vector<std::string>;
+    EXPECT_EQ(HeardOfParameter("Inserted", level, level), Sentences{"At once."});
+    EXPECT_EQ(HeardOfParameter("Deleted", level, level),
+              Sentences{"At the audio feed service's next start; until then the last value stays in force."});
+    EXPECT_EQ(HeardOfParameter("Updated", "COLOUR", level), (Sentences{never, old}));
+    EXPECT_EQ(HeardOfParameter("Updated", level, "COLOUR"), Sentences{"At once."});
+    EXPECT_EQ(HeardOfParameter("Deleted", "COLOUR", "COLOUR"), Sentences{never});
+    EXPECT_THAT(HeardOfParameter("Updated", "DEFAULTAUDIOFILE", "DEFAULTAUDIOFILE").front(),
+                HasSubstr("At once, unless it is empty"));
+}
+
 }  // namespace
 }  // namespace Orv

@@ -57,20 +57,19 @@ void GrpcExchange::LogIn(const std::shared_ptr<GrpcSession>& session, const std:
         session->End(grpc::Status(grpc::StatusCode::UNAUTHENTICATED, "credentials refused"));
         return;
     }
-    SessionId id = 0;
-    {
-        Platform::LockGuard guard(mutex_);
-        id = ++lastSession_;
-    }
     const std::string address = PeerAddress(session->Peer());
-    service_.OnConnected(id, user, address);
-
     const std::string token = MakeToken();
     orv::vx::Message message;
     message.mutable_welcome()->set_session(token);
     message.mutable_welcome()->set_application(application_);
     message.mutable_welcome()->set_peer_type(service_.PeerType());
     message.mutable_welcome()->set_address(address);
+    SessionId id = 0;
+    {
+        Platform::LockGuard guard(mutex_);
+        id = ++lastSession_;
+    }
+    service_.OnConnected(id, user, address);
     bool stands = false;
     {
         // With the list, so that every signal from the welcome on reaches the session, and none before.

@@ -32,6 +32,7 @@ void SetArguments(grpc::ServerBuilder& builder, const GrpcOptions& options) {
 class ReasonCatcher {
 public:
     ReasonCatcher() {
+        Platform::LockGuard guard(Lock());
         Text().clear();
         gpr_set_log_function(&Catch);
     }

@@ -30,20 +30,26 @@ inline constexpr u32 VXInvalidSlot = 0xFFFFFFFFu;
 // How VXConnect reaches other programs. Set by the program before VXInitialize; must outlive VXShutdown.
 void VXSetConnector(VX::ILinkConnector* connector);
 
-// Starts the library under the program's name. 0 on success.
+// Starts the library under the program's name. 0 on success, otherwise 1: it runs already, or there is no thread to be
+// had. The listeners are given the two values.
 u32 VXInitialize(const char* name, u64 value1, u64 value2);
-// Ends every connection, without a word to the listeners, and the library's thread; waits for a handler that is
-// running. May be called again, and then does nothing. Not on the library's thread.
+// Ends every connection, without a word to the listeners, and the library's thread; waits for a handler that is running
+// (its calls end at once) and for a VXConnect under way. May be called again, and then does nothing. Not on the
+// library's thread and not in the connect listener. After it VXInitialize may be called anew; listeners stay, slots do
+// not.
 void VXShutdown(u64 value);
 
-// Each replaces the listener; null clears it.
+// Each replaces the listener; null clears it. The disconnect listener is told a loss after the events in front of it,
+// as far as their slots were there to take them; the rest is dropped. It may come as soon as VXConnect's connect
+// listener has returned. The unknown-connect listener is told of a peer that has no name.
 void VXSetAuthFailedListener(VXFailureCallback listener);
 void VXSetConnectListener(VXConnectCallback listener);
 void VXSetDisconnectListener(VXDisconnectCallback listener);
 void VXSetUnknownConnectListener(VXFailureCallback listener);
 
 // Connects to the program that listens at `host` and `port`. On success 0, and the peer's name with its NUL in
-// `nameOut`, cut to `nameSize`. Otherwise 1 when nobody answered, 2 when the credentials were refused. Blocks.
+// `nameOut`, cut to `nameSize`; a name has 255 bytes at most and is no other live connection's. Otherwise 1 when nobody
+// answered, 2 when the credentials were refused. Blocks.
 u32 VXConnect(const char* host, u32 port, char* nameOut, u32 nameSize, const void* credentials, u32 credentialsSize);
 // Closes the connection. The disconnect listener is not called. Unknown and empty names are ignored.
 void VXDisconnect(const char* application);

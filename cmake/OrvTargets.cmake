@@ -28,6 +28,8 @@ function(orv_test name)
   endif()
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE OrvFlags ${ARG_LINKS} GTest::gmock GTest::gtest GTest::gtest_main)
+  # What is tested is optimised, what tests it is not: that halves the time of a build.
+  target_compile_options(${name} PRIVATE -O0 -g1)
   if(ORV_TEST_PREFIX)
     # A sanitizer run repeats the whole program at once; which case failed stands in its output.
     add_test(NAME "${ORV_TEST_PREFIX}${name}" COMMAND ${name})

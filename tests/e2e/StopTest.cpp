@@ -160,5 +160,19 @@ TEST_F(Stop, TheUsageIsPrintedAloneAndBothStartModesTogetherAreRefused) {
     EXPECT_NE(both.error.find("Both daemon & notify are set. They are mutually exclusive!\n"), std::string::npos);
 }
 
+// Goal: what is loaded into the process finds the base of shared objects by name. Method: the program's dynamic
+// symbols.
+TEST(Program, ExportsTheNamesOfTheReferenceCountedBase) {
+    const RunResult symbols =
+        OrvTest::Run({"/usr/bin/env", "nm", "-D", "-C", "--defined-only", ORV_BIN_FOLDER "/orv-audio-feed"});
+    ASSERT_EQ(symbols.exitCode, 0) << symbols.error;
+    const std::string base = " MTObjects::MTReferencedTypeBase::";
+    for (const char* member : {"RefCounter::RefCounter()", "MTReferencedTypeBase()", "~MTReferencedTypeBase()",
+                               "AddRef()", "Release()", "IsValid()", "IsValid() const"}) {
+        EXPECT_NE(symbols.output.find(base + member + "\n"), std::string::npos) << member;
+    }
+    EXPECT_NE(symbols.output.find(" vtable for MTObjects::MTReferencedTypeBase\n"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace OrvTest

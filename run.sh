@@ -28,10 +28,8 @@ done
 # shellcheck disable=SC2086
 orv_install $ORV_RUN_PACKAGES
 mkdir -p build run
-if ! { cmake --preset release && cmake --build build/release; } >build/release.log 2>&1 & then :; fi
-builder=$!
 [ -x build/release/bin/orv-audio-feed ] || echo "Building (the first time takes some minutes) ..."
-if ! wait "$builder"; then
+if ! { cmake --preset release && cmake --build build/release; } >build/release.log 2>&1; then
     tail -n 30 build/release.log >&2
     echo "The build failed; its whole output is in build/release.log" >&2
     exit 1
@@ -42,9 +40,14 @@ data=$PWD/run/data
 settings=$PWD/run/OrvPhoneSystem.ini
 admin=$PWD/run/orvctl.ini
 database=$PWD/run/config.db
-# A socket's whole path has at most 107 bytes.
-pipes=$PWD/run/pipe
-[ ${#pipes} -le 80 ] || pipes=/tmp/orv-$(id -u)/pipe
+# The settings files are made once and then kept as they are, so that they can be edited.
+setting() { sed -n "s/^ *$1 *= *\"\{0,1\}\([^\";#]*\).*/\1/p" "$settings" 2>/dev/null | tail -n 1 || true; }
+pipes=$(setting PipePath)
+if [ -z "$pipes" ]; then
+    # A socket's whole path has at most 107 bytes.
+    pipes=$PWD/run/pipe
+    [ ${#pipes} -le 80 ] || pipes=/tmp/orv-$(id -u)/pipe
+fi
 
 # --- music and prompts ----------------------------------------------------------------------------------------------
 prompts=$data/Data/Ivr/Prompts
@@ -84,18 +87,19 @@ fail() {
 }
 
 password() { od -An -N 18 -tx1 /dev/urandom | tr -d ' \n'; }
-# keyword, then what to look for in the file, until it is there
+# Waits until the last child has said the text in its file; false when it ends or takes too long.
 wait_for() {
     local file=$1 text=$2 tries
     for ((tries = 0; tries < 100; tries++)); do
         if grep -q -- "$text" "$file" 2>/dev/null; then return 0; fi
+        kill -0 "${children[-1]}" 2>/dev/null || return 1
         sleep 0.1
     done
     return 1
 }
 
-if [ ! -f "$admin" ] || [ ! -f "$database" ]; then
-    rm -f "$database"*
+if [ ! -f "$settings" ] || [ ! -f "$admin" ] || [ ! -f "$database" ]; then
+    rm -f "$settings" "$admin" "$database"*
     for user in admin feeder; do
         role=reader
         [ $user = feeder ] || role=admin
@@ -104,18 +108,20 @@ if [ ! -f "$admin" ] || [ ! -f "$database" ]; then
             >/dev/null
     done
 fi
-"$bin/orv-config" serve --database "$database" --port 0 >run/orv-config.log 2>&1 &
+port=$(setting ConfPort)
+: >run/orv-config.log
+"$bin/orv-config" serve --database "$database" --port "${port:-0}" >>run/orv-config.log 2>&1 &
 children+=($!)
 wait_for run/orv-config.log 'listening on' || {
     cat run/orv-config.log >&2
-    fail "The Configuration service did not start; see run/orv-config.log"
+    fail "The Configuration service did not start. If its port is taken, delete run/ or change ConfPort in $settings and $admin"
 }
 port=$(sed -n 's/.*listening on [^ ]*:\([0-9][0-9]*\).*/\1/p' run/orv-config.log | tail -n 1)
 
 write_settings() { # file, user
-    (
+    [ -f "$1" ] || (
         umask 077
-        printf '[General]\nAppDataPath=%s/\nPipePath="%s"\n\n[ConfService]\nconfNIC=127.0.0.1\nConfPort=%s\nconfUser=%s\nconfPass=%s\n' \
+        printf '[General]\nAppDataPath="%s/"\nPipePath="%s"\n\n[ConfService]\nconfNIC=127.0.0.1\nConfPort=%s\nconfUser=%s\nconfPass=%s\n' \
             "$data" "$pipes" "$port" "$2" "$(cat "run/$2.password")" >"$1"
     )
 }

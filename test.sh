@@ -10,6 +10,9 @@ cd "$(dirname "$0")"
 # shellcheck disable=SC2086
 orv_install $ORV_TEST_PACKAGES
 
+# The compiler's cache serves every clone on this machine.
+export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
+
 build() {  # preset, targets...
     local preset=$1 log
     shift

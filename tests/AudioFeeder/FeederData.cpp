@@ -85,7 +85,7 @@ Samples Noise(std::size_t count, u32 seed) {
 
 Samples FromBytes(const std::string& bytes) {
     Samples samples(bytes.size() / 2);
-    std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
+    if (!samples.empty()) std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
     return samples;
 }
 

@@ -120,7 +120,7 @@ TEST_F(GrpcLinkTest, CallsCarryTheirListsBothWays) {
 
 TEST_F(GrpcLinkTest, ANullRequestAndANullReplyAreEmptyLists) {
     Listen();
-    bool wasEmptyList = false;
+    std::atomic<bool> wasEmptyList{false};  // set on a thread of the server
     service_.onCall = [&](VX::SessionId, u32, const ParamListHolder& request) {
         wasEmptyList = request.Get() != nullptr && VXGetParamCount(request.Get()) == 0;
         return ParamListHolder();

@@ -155,9 +155,9 @@ TEST(ParamListTest, ArraysOfAbsentKeysHaveNoElements) {
     EXPECT_EQ(VXGetInt32Array(&numbers, list.Get(), "number"), &numbers);
     EXPECT_EQ(VXGetHandleArray(&handles, nullptr, "absent"), &handles);
     EXPECT_EQ(numbers.count, 0u);
-    EXPECT_EQ(numbers.values, nullptr);
+    EXPECT_TRUE(numbers.values == nullptr);
     EXPECT_EQ(handles.count, 0u);
-    EXPECT_EQ(handles.ids, nullptr);
+    EXPECT_TRUE(handles.ids == nullptr);
     EXPECT_EQ(VXGetInt32Array(nullptr, list.Get(), "number"), nullptr);
     EXPECT_EQ(VXGetHandleArray(nullptr, list.Get(), "number"), nullptr);
 }

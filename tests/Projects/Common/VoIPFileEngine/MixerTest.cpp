@@ -48,10 +48,10 @@ struct Reference {
 Samples RunFade(MainGain& state, const Samples& main) {
     std::vector<u8> in(main.size() * 2 + 1);
     std::vector<u8> out(main.size() * 2 + 1);
-    std::memcpy(in.data() + 1, main.data(), main.size() * 2);
+    if (!main.empty()) std::memcpy(in.data() + 1, main.data(), main.size() * 2);
     FadeMain(state, in.data() + 1, out.data() + 1, static_cast<u32>(main.size()));
     Samples result(main.size());
-    std::memcpy(result.data(), out.data() + 1, main.size() * 2);
+    if (!main.empty()) std::memcpy(result.data(), out.data() + 1, main.size() * 2);
     return result;
 }
 
@@ -59,11 +59,11 @@ Samples RunMix(MainGain& state, const Samples& main, const Samples& overlay) {
     std::vector<u8> in(main.size() * 2 + 1);
     std::vector<u8> over(main.size() * 2 + 1);
     std::vector<u8> out(main.size() * 2 + 1);
-    std::memcpy(in.data() + 1, main.data(), main.size() * 2);
-    std::memcpy(over.data() + 1, overlay.data(), main.size() * 2);
+    if (!main.empty()) std::memcpy(in.data() + 1, main.data(), main.size() * 2);
+    if (!main.empty()) std::memcpy(over.data() + 1, overlay.data(), main.size() * 2);
     DuckAndMix(state, in.data() + 1, over.data() + 1, out.data() + 1, static_cast<u32>(main.size()));
     Samples result(main.size());
-    std::memcpy(result.data(), out.data() + 1, main.size() * 2);
+    if (!main.empty()) std::memcpy(result.data(), out.data() + 1, main.size() * 2);
     return result;
 }
 

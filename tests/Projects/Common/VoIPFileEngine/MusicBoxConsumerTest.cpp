@@ -223,7 +223,8 @@ protected:
     }
     // The next frame; whether it lies in the reader's buffer.
     const u8* Read() {
-        const u8* frame = buffer_.data() + 1;
+        const u8 elsewhere = 0;
+        const u8* frame = &elsewhere;
         EXPECT_TRUE(consumer_->ReadFrame(&frame));
         return frame;
     }

@@ -18,6 +18,10 @@ constexpr u32 kBlockMilliseconds = 125;
 // How far the first block after a rest is overdue: three blocks go out at once.
 constexpr u32 kHeadStartMilliseconds = 400;
 
+// How much later than asked a nap may end. A block then leaves that much later at worst, and the next one is due by the
+// same grid as ever.
+constexpr u32 kLateMilliseconds = 5;
+
 constexpr u8 kSilenceBlock[BlockBytes] = {};
 
 // The steady clock as the pump counts it, in 32 bits with wrap-around.
@@ -101,6 +105,7 @@ bool IPipeFeed::MustStop() const noexcept {
 
 void IPipeFeed::Pump() {
     runningPumpThreads.fetch_add(1, std::memory_order_acq_rel);
+    Platform::AllowLateWaking(kLateMilliseconds);
     Platform::SeedThreadRand(NowMilliseconds());
     ContentEventList events;
     bool restart = true;

@@ -74,25 +74,22 @@ private:
     alignas(8) unsigned char storage_[48];
 };
 
-// A flag that can be slept on. Any thread may set it; it stays set until Reset().
+// A flag that can be slept on. Any thread may set it; it stays set until Reset(). Everything done before Set() is seen
+// by whoever finds it set.
 class Event {
 public:
-    void Set() {
-        LockGuard<Mutex> guard(mutex_);
-        set_ = true;
-        changed_.NotifyAll();
-    }
-    void Reset() {
-        LockGuard<Mutex> guard(mutex_);
-        set_ = false;
-    }
+    Event() noexcept;
+    ~Event();
+    Event(const Event&) = delete;
+    Event& operator=(const Event&) = delete;
+
+    void Set();
+    void Reset();
     // Sleeps for the whole time, or until the event is set. True when it is set.
     bool WaitFor(u32 milliseconds);
 
 private:
-    Mutex mutex_;
-    CondVar changed_;
-    bool set_ ORV_GUARDED_BY(mutex_) = false;
+    alignas(8) unsigned char storage_[112];
 };
 
 }  // namespace Platform

@@ -1,16 +1,17 @@
 #include "Platform/Thread.h"
 
 #include <pthread.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 #include <exception>
 #include <system_error>
 #include <utility>
 
 #include "Platform/linux/DetachedThread.h"
+#include "Platform/linux/MonotonicTime.h"
 
 namespace Platform {
 namespace {
@@ -120,17 +121,13 @@ void StartDetachedThread(const char* name, std::function<void()> body) {
 }
 
 void SleepMilliseconds(u32 milliseconds) {
-    constexpr long kNanosecondsPerSecond = 1'000'000'000;
-    timespec end{};
-    ::clock_gettime(CLOCK_MONOTONIC, &end);
-    end.tv_sec += milliseconds / 1000;
-    end.tv_nsec += static_cast<long>(milliseconds % 1000) * 1'000'000;
-    if (end.tv_nsec >= kNanosecondsPerSecond) {
-        end.tv_nsec -= kNanosecondsPerSecond;
-        ++end.tv_sec;
-    }
+    const timespec end = MonotonicTimeAfter(milliseconds);
     while (::clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &end, nullptr) == EINTR) {
     }
+}
+
+void AllowLateWaking(u32 milliseconds) noexcept {
+    ::prctl(PR_SET_TIMERSLACK, milliseconds * 1'000'000UL, 0, 0, 0);
 }
 
 // Not kept per thread: a child process would go on with its parent's number.

@@ -1,0 +1,43 @@
+// A program that the tool has started. It ends with the object, and with the tool.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "bench/orv-load/Common.h"
+
+namespace OrvLoad {
+
+class Child {
+public:
+    Child() = default;
+    // Starts `command`; its output goes to the end of `outputFile`. It may open as many files as the system allows.
+    Child(const std::vector<std::string>& command, const std::string& outputFile);
+    ~Child();
+    Child(Child&& other) noexcept;
+    Child& operator=(Child&& other) noexcept;
+
+    pid_t Pid() const { return pid_; }
+    bool Running();
+    // Asks it to end (SIGTERM).
+    void AskToStop();
+    // Waits for its end; the exit code, or -1 for a signal or when the time is over, after which it is killed.
+    int WaitForEnd(i64 nanoseconds);
+    int Stop(i64 nanoseconds = 60 * kSecond) {
+        AskToStop();
+        return WaitForEnd(nanoseconds);
+    }
+
+private:
+    void Kill();
+
+    pid_t pid_ = -1;
+    int status_ = 0;
+};
+
+// Raises this process's soft limit of descriptors to the hard one; children inherit it. The limit.
+u64 RaiseDescriptorLimit();
+
+}  // namespace OrvLoad

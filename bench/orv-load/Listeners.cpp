@@ -1,0 +1,258 @@
+#include "bench/orv-load/Listeners.h"
+
+#include <pthread.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+namespace OrvLoad {
+namespace {
+
+constexpr i64 kSlice = 5 * kSecond;
+constexpr int kEventsAtOnce = 1024;
+constexpr u64 kConnectsAtOnce = 256;
+constexpr std::size_t kReadBytes = 65536;
+// The clock is read before the block is: what looks early by less is not.
+constexpr i64 kEarlyTolerance = 5 * kMillisecond;
+
+i64 ThreadTime(pthread_t thread) {
+    clockid_t clock{};
+    timespec time{};
+    if (::pthread_getcpuclockid(thread, &clock) != 0 || ::clock_gettime(clock, &time) != 0) return 0;
+    return time.tv_sec * kSecond + time.tv_nsec;
+}
+
+bool IsSilent(const u8* block) {
+    return block[0] == 0 && std::memcmp(block, block + 1, kBlockBytes - 1) == 0;
+}
+
+}  // namespace
+
+Listeners::Listeners(i64 period) : period_(period), epoll_(::epoll_create1(EPOLL_CLOEXEC)) {
+    if (epoll_ < 0) Fail("No epoll");
+    thread_ = std::thread([this] { Run(); });
+}
+
+Listeners::~Listeners() {
+    stop_ = true;
+    thread_.join();
+    DetachAll();
+    ::close(epoll_);
+}
+
+u32 Listeners::Attach(std::vector<Seat> seats) {
+    const std::lock_guard guard(mutex_);
+    const auto first = static_cast<u32>(clients_.size());
+    for (Seat& seat : seats) {
+        if (seat.feed >= gridOfFeed_.size()) gridOfFeed_.resize(seat.feed + 1);
+        pending_.push_back(static_cast<u32>(clients_.size()));
+        clients_.emplace_back().seat = std::move(seat);
+        ++withoutFirstBlock_;
+    }
+    return first;
+}
+
+bool Listeners::WaitForFirstBlocks(i64 nanoseconds) {
+    return WaitFor(nanoseconds, [this] {
+        const std::lock_guard guard(mutex_);
+        return withoutFirstBlock_ == 0;
+    });
+}
+
+void Listeners::BeginWindow() {
+    const std::lock_guard guard(mutex_);
+    heard_ = Heard();
+    heard_.ended = ended_;
+    for (Client& client : clients_) client.leastNow = client.leastLast = INT64_MAX;
+    windowBegin_ = sliceBegin_ = Now();
+    ownTimeBegin_ = ThreadTime(thread_.native_handle());
+    inWindow_ = true;
+}
+
+Heard Listeners::EndWindow() {
+    const std::lock_guard guard(mutex_);
+    const i64 now = Now();
+    inWindow_ = false;
+    heard_.length = now - windowBegin_;
+    heard_.ownTime = ThreadTime(thread_.native_handle()) - ownTimeBegin_;
+    heard_.ended = ended_ - heard_.ended;
+    for (const Client& client : clients_) {
+        if (client.descriptor < 0) continue;
+        ++heard_.clients;
+        heard_.torn += client.bytes % kBlockBytes != 0 ? 1 : 0;
+        if (client.firstBlockAt == 0) continue;
+        const i64 due = (now - 2 * kBlockTime - client.gridStart) / kBlockTime + 1;
+        heard_.missing += static_cast<u64>(std::max<i64>(0, due - static_cast<i64>(client.bytes / kBlockBytes)));
+        const i64 least = std::min(client.leastNow, client.leastLast);
+        if (least != INT64_MAX) heard_.drift = std::max(heard_.drift, least / kBlockTime);
+    }
+    return heard_;
+}
+
+u64 Listeners::BlocksOf(u32 client) const {
+    const std::lock_guard guard(mutex_);
+    return clients_[client].bytes / kBlockBytes;
+}
+
+i64 Listeners::FirstBlockAt(u32 client) const {
+    const std::lock_guard guard(mutex_);
+    return clients_[client].firstBlockAt;
+}
+
+i64 Listeners::EndedAt(u32 client) const {
+    const std::lock_guard guard(mutex_);
+    return clients_[client].endedAt;
+}
+
+u64 Listeners::Ended() const {
+    const std::lock_guard guard(mutex_);
+    return ended_;
+}
+
+u64 Listeners::Count() const {
+    const std::lock_guard guard(mutex_);
+    return clients_.size();
+}
+
+void Listeners::DetachAll() {
+    const std::lock_guard guard(mutex_);
+    for (Client& client : clients_) {
+        if (client.descriptor >= 0) ::close(client.descriptor);
+    }
+    clients_.clear();
+    pending_.clear();
+    gridOfFeed_.clear();
+    withoutFirstBlock_ = ended_ = 0;
+}
+
+void Listeners::Run() {
+    ::pthread_setname_np(::pthread_self(), "listeners");
+    while (!stop_) {
+        if (period_ > 0) SleepFor(period_);
+        ReadReady();
+        const std::lock_guard guard(mutex_);
+        ConnectPending();
+        RollSlices(Now());
+    }
+}
+
+void Listeners::RollSlices(i64 now) {
+    if (!inWindow_ || now - sliceBegin_ < kSlice) return;
+    sliceBegin_ = now;
+    for (Client& client : clients_) {
+        client.leastLast = client.leastNow;
+        client.leastNow = INT64_MAX;
+    }
+}
+
+void Listeners::ConnectPending() {
+    // Not all in one go: blocks of those that are attached wait meanwhile.
+    const u64 count = std::min<u64>(kConnectsAtOnce, pending_.size());
+    std::vector<u32> again;
+    for (u64 i = 0; i < count; ++i) {
+        if (!Connect(pending_[i])) again.push_back(pending_[i]);
+    }
+    pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(count));
+    pending_.insert(pending_.end(), again.begin(), again.end());
+}
+
+bool Listeners::Connect(u32 index) {
+    Client& client = clients_[index];
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (client.seat.path.size() >= sizeof address.sun_path) return false;
+    std::memcpy(address.sun_path, client.seat.path.c_str(), client.seat.path.size());
+    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (descriptor < 0) return false;
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.u32 = index;
+    if (::connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        ::epoll_ctl(epoll_, EPOLL_CTL_ADD, descriptor, &event) != 0) {
+        ::close(descriptor);
+        return false;
+    }
+    client.descriptor = descriptor;
+    return true;
+}
+
+void Listeners::ReadReady() {
+    epoll_event events[kEventsAtOnce];
+    for (;;) {
+        const int count = ::epoll_wait(epoll_, events, kEventsAtOnce, period_ > 0 ? 0 : 20);
+        const std::lock_guard guard(mutex_);
+        for (int i = 0; i < count; ++i) {
+            if (events[i].data.u32 < clients_.size()) Receive(clients_[events[i].data.u32]);
+        }
+        if (count < kEventsAtOnce) return;
+    }
+}
+
+void Listeners::Receive(Client& client) {
+    static u8 buffer[kReadBytes];  // one thread's
+    if (client.descriptor < 0) return;
+    const i64 arrival = Now();
+    const ssize_t size = ::recv(client.descriptor, buffer, sizeof buffer, MSG_DONTWAIT);
+    if (size > 0) {
+        TakeBlocks(client, buffer, static_cast<u64>(size), arrival);
+    } else if (size == 0 || (errno != EAGAIN && errno != EINTR)) {
+        End(client);
+    }
+}
+
+void Listeners::TakeBlocks(Client& client, const u8* data, u64 size, i64 arrival) {
+    const u64 phase = client.bytes % kBlockBytes;
+    const u64 firstBlock = client.bytes / kBlockBytes;
+    client.bytes += size;
+    const u64 endBlock = client.bytes / kBlockBytes;
+    if (firstBlock == 0 && endBlock > 0) BeginGrid(client, arrival);
+    if (client.seat.tap) Feed(client, data, size, arrival);
+    if (!inWindow_) return;
+    for (u64 block = firstBlock; block < endBlock; ++block) Account(client, block, arrival);
+    if (phase != 0) return;
+    for (u64 at = 0; at + kBlockBytes <= size; at += kBlockBytes) heard_.silentBlocks += IsSilent(data + at) ? 1 : 0;
+}
+
+void Listeners::BeginGrid(Client& client, i64 arrival) {
+    client.firstBlockAt = arrival;
+    --withoutFirstBlock_;
+    i64& ofFeed = gridOfFeed_[client.seat.feed];
+    // One that comes later, at another pass of the pump, begins with the block that is due then.
+    const bool isFirst = ofFeed == 0;
+    if (isFirst) ofFeed = arrival - kFirstBlockOverdue;
+    client.gridStart = isFirst ? ofFeed : ofFeed + (arrival - ofFeed) / kBlockTime * kBlockTime;
+}
+
+void Listeners::Account(Client& client, u64 block, i64 arrival) {
+    const i64 lateness = arrival - client.gridStart - static_cast<i64>(block) * kBlockTime;
+    ++heard_.blocks;
+    heard_.lateness.Add(lateness);
+    if (lateness > kBlockTime) ++heard_.lateBlocks;
+    if (-lateness > kEarlyTolerance) heard_.earliest = std::max(heard_.earliest, -lateness);
+    client.leastNow = std::min(client.leastNow, std::max<i64>(0, lateness));
+}
+
+void Listeners::Feed(Client& client, const u8* data, u64 size, i64 arrival) const {
+    u64 block = (client.bytes - size) / kBlockBytes;
+    client.part.insert(client.part.end(), data, data + size);
+    u64 at = 0;
+    for (; at + kBlockBytes <= client.part.size(); at += kBlockBytes) {
+        client.seat.tap(block++, client.part.data() + at, arrival);
+    }
+    client.part.erase(client.part.begin(), client.part.begin() + static_cast<std::ptrdiff_t>(at));
+}
+
+void Listeners::End(Client& client) {
+    ::close(client.descriptor);
+    client.descriptor = -1;
+    client.endedAt = Now();
+    ++ended_;
+}
+
+}  // namespace OrvLoad

@@ -1,0 +1,18 @@
+// What the tool says: rows of figures as a table for people and as JSON for programs.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "bench/orv-load/Measure.h"
+
+namespace OrvLoad {
+
+// Columns aligned, the first to the left, the others to the right.
+std::string AlignTable(const std::vector<std::vector<std::string>>& lines);
+// The measured rows; each has its "what".
+std::string MeasurementTable(const std::vector<Json>& rows);
+// What the machine is: processors, memory, kernel, date.
+Json DescribeMachine();
+
+}  // namespace OrvLoad

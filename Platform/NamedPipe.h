@@ -53,12 +53,20 @@ public:
     virtual Outcome Read(void* destination, u64 size, u32 timeoutMilliseconds, u64& taken, SystemError& error) = 0;
     // Bytes that a read would give now. False when the connection has ended.
     virtual bool Available(u64& bytes) = 0;
+    // Sends to the server and blocks until it has taken all, or takes nothing any more. The count taken: always 0 with
+    // a server by IPipeInstance, whose pipes go one way.
+    virtual u64 Write(const void* data, u64 size) = 0;
 };
 
 // Connects to a served name. Never waits: an absent server and a full queue of waiting clients are both failures.
 std::unique_ptr<IPipeClient> ConnectPipe(const std::string& name, SystemError& error);
-// The error by which ConnectPipe() tells that a server is there but takes no client now.
+// The same, but with a full queue waits at most `milliseconds` for a place in it; PipeBusyError() when they have
+// passed. Every other failure comes at once.
+std::unique_ptr<IPipeClient> ConnectPipeWithin(const std::string& name, u32 milliseconds, SystemError& error);
+// The error by which both tell that a server is there but takes no client now.
 SystemError PipeBusyError();
+// What the end of a connection by its server is called where an error number is wanted.
+SystemError PipeBrokenError();
 
 // The folder that stands for the root of all pipe names of this process. Set before the first endpoint or client;
 // "/run/Orv/pipe" until then. An endpoint creates the folder when it is missing.

@@ -1,7 +1,9 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <limits>
 #include <utility>
@@ -21,6 +23,7 @@ public:
     PipeId Id() const override { return id_; }
     Outcome Read(void* destination, u64 size, u32 timeoutMilliseconds, u64& taken, SystemError& error) override;
     bool Available(u64& bytes) override;
+    u64 Write(const void* data, u64 size) override;
 
 private:
     // Sleeps until something can be read. False when the time is over.
@@ -77,22 +80,65 @@ bool PipeClient::Available(u64& bytes) {
     return true;
 }
 
+u64 PipeClient::Write(const void* data, u64 size) {
+    u64 done = 0;
+    while (done < size) {
+        const ssize_t count =
+            ::send(socket_.Get(), static_cast<const char*>(data) + done, size - done, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (count >= 0) {
+            done += static_cast<u64>(count);
+            continue;
+        }
+        if (errno == EINTR) continue;
+        if (errno != EAGAIN) break;
+        pollfd writable{socket_.Get(), POLLOUT, 0};
+        ::poll(&writable, 1, -1);
+    }
+    return done;
+}
+
+// At least one millisecond, since none would mean without end.
+u64 LeftUntil(u64 deadline) {
+    const u64 now = SteadyMilliseconds();
+    return now < deadline ? deadline - now : 1;
+}
+
+bool SetSendTimeout(const Descriptor& socket, u64 milliseconds) {
+    const timeval time{static_cast<time_t>(milliseconds / 1000), static_cast<suseconds_t>(milliseconds % 1000 * 1000)};
+    return ::setsockopt(socket.Get(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time) == 0;
+}
+
 }  // namespace
 
 std::unique_ptr<IPipeClient> ConnectPipe(const std::string& name, SystemError& error) {
+    return ConnectPipeWithin(name, 0, error);
+}
+
+std::unique_ptr<IPipeClient> ConnectPipeWithin(const std::string& name, u32 milliseconds, SystemError& error) {
     PipeAddress address;
     if (!PipeAddress::Make(name, address, error)) return nullptr;
-    Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    // A local socket is connected at once or not at all; with a full queue it answers what PipeBusyError() tells.
-    if (!socket.IsOpen() || ::connect(socket.Get(), address.Get(), sizeof address.address) != 0) {
+    const int flags = milliseconds == 0 ? SOCK_NONBLOCK : 0;
+    Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
+    const u64 deadline = milliseconds == 0 ? 0 : SteadyMilliseconds() + milliseconds;
+    for (u64 left = milliseconds;; left = LeftUntil(deadline)) {
+        // With a full queue a local socket waits as long as a send may, and then answers what PipeBusyError() tells;
+        // that time is also the only end of such a wait. Everything else is decided at once.
+        if (socket.IsOpen() && (deadline == 0 || SetSendTimeout(socket, left)) &&
+            ::connect(socket.Get(), address.Get(), sizeof address.address) == 0) {
+            error = 0;
+            return std::make_unique<PipeClient>(std::move(socket));
+        }
         error = static_cast<SystemError>(errno);
-        return nullptr;
+        if (error != EINTR) return nullptr;
     }
-    return std::make_unique<PipeClient>(std::move(socket));
 }
 
 SystemError PipeBusyError() {
     return EAGAIN;
+}
+
+SystemError PipeBrokenError() {
+    return EPIPE;
 }
 
 }  // namespace Platform

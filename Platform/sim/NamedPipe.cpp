@@ -54,6 +54,7 @@ public:
         connection_ = std::move(server_->waiting.front());
         server_->waiting.pop_front();
         --table_->counters.clientsQueued;
+        Sim::WakeAllIn(server_->connectors);
         return ConnectState::Connected;
     }
 
@@ -159,6 +160,11 @@ public:
         return bytes != 0 || !connection_->serverGone;
     }
 
+    u64 Write(const void*, u64) override {
+        Sim::SchedulingPoint();
+        return 0;  // every server here is an IPipeInstance
+    }
+
 private:
     const std::shared_ptr<SimPipeTable> table_;
     const std::string name_;
@@ -173,26 +179,40 @@ std::unique_ptr<IPipeEndpoint> CreatePipeEndpoint(const std::string& name) {
 }
 
 std::unique_ptr<IPipeClient> ConnectPipe(const std::string& name, SystemError& error) {
+    return ConnectPipeWithin(name, 0, error);
+}
+
+std::unique_ptr<IPipeClient> ConnectPipeWithin(const std::string& name, u32 milliseconds, SystemError& error) {
     Sim::SchedulingPoint();
     SimPipeTable& table = Table();
     error = TakeFault(table, name, &PipeFaults::connects);
     std::string key;
     if (error != 0 || !table.MakeKey(name, key, error)) return nullptr;
-    const auto server = table.FindServer(key);
-    error = ENOENT;
-    if (server == nullptr) return nullptr;
-    error = PipeBusyError();
-    if (server->waiting.size() >= table.queueLength) return nullptr;
-    auto connection = std::make_shared<PipeConnection>(std::move(key));
-    server->waiting.push_back(connection);
-    ++table.counters.clientsQueued;
-    ++table.counters.connects;
-    error = 0;
-    return std::make_unique<SimPipeClient>(table.shared_from_this(), name, std::move(connection));
+    const u64 end = Sim::Clock().SteadyNanoseconds() + milliseconds * Sim::kNanosecondsPerMillisecond;
+    for (;;) {
+        const auto server = table.FindServer(key);
+        error = ENOENT;
+        if (server == nullptr) return nullptr;
+        if (server->waiting.size() < table.queueLength) {
+            auto connection = std::make_shared<PipeConnection>(std::move(key));
+            server->waiting.push_back(connection);
+            ++table.counters.clientsQueued;
+            ++table.counters.connects;
+            error = 0;
+            return std::make_unique<SimPipeClient>(table.shared_from_this(), name, std::move(connection));
+        }
+        error = PipeBusyError();
+        if (Sim::Clock().SteadyNanoseconds() >= end) return nullptr;
+        Sim::BlockOrThrow(server->connectors, end, {"a place in the queue of a pipe"});
+    }
 }
 
 SystemError PipeBusyError() {
     return EAGAIN;
+}
+
+SystemError PipeBrokenError() {
+    return EPIPE;
 }
 
 void SetPipeFolder(const std::string& folder) {

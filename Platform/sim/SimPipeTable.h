@@ -39,6 +39,7 @@ struct PipeServer {
     std::string name;
     bool closed = false;
     std::deque<std::shared_ptr<PipeConnection>> waiting;
+    FiberQueue connectors;  // who waits for a place in `waiting`
 };
 
 // Failures that a name has ahead of it.

@@ -67,6 +67,7 @@ void SimPipes::Impl::Close(PipeServer& server) {
         WakeAllIn(connection->readers);
     }
     server.waiting.clear();
+    WakeAllIn(server.connectors);
 }
 
 SimPipes::SimPipes() : impl_(std::make_shared<Impl>()) {}

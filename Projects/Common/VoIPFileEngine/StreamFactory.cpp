@@ -6,6 +6,7 @@
 #include "Projects/Common/VoIPFileEngine/IMMFileStreamReader.h"
 #include "Projects/Common/VoIPFileEngine/MMFileStreamReaderMusicBox.h"
 #include "Projects/Common/VoIPFileEngine/MemoryFileCache.h"
+#include "Projects/Common/VoIPFileEngine/PipeStream.h"
 #include "Projects/Common/VoIPFileEngine/RawFileStream.h"
 #include "ServiceProcess/LogAdapters.h"
 
@@ -16,9 +17,11 @@ constexpr char kLogSource[] = "VoIPFileEngine/IMMFileStreamReader";
 
 using ReaderHolder = MTObjects::THolder<IMMFileStreamReader>;
 
-// Null unless the pipe is open. There is no reader of live pipes yet, so none ever is.
-ReaderHolder OpenPipeStream(u32, const std::string&, void*, u32) {
-    return nullptr;
+// Not open when there is no box for it; whether anybody serves the pipe yet does not matter.
+ReaderHolder MakePipeStream(u32 id, const std::string& path, void* buffer, u32 frameBytes) {
+    ReaderHolder reader(new IPipeStream(id));
+    reader->Open(path.c_str(), buffer, static_cast<i32>(frameBytes));
+    return reader;
 }
 
 ReaderHolder OpenMusicBox(u32 id, const std::string& name, void* buffer, u32 frameBytes) {
@@ -42,10 +45,11 @@ ReaderHolder OpenFileName(u32 id, const std::string& name, void* buffer, u32 fra
         }
     }
     if (IsPipeFileName(name)) {
-        ReaderHolder reader = OpenPipeStream(id, LocalPipePath(name), buffer, frameBytes);
+        const ReaderHolder reader = MakePipeStream(id, LocalPipePath(name), buffer, frameBytes);
+        if (reader.IsValid() && reader->IsOpen()) return reader;
         // Below the level at which a pipe path tells the same: any file may happen to end in ".pipe".
-        if (!reader) ORV_ENGINE_LOG(LogTraceSink, "Cannot open named pipe stream '" << name << '\'');
-        return reader;
+        ORV_ENGINE_LOG(LogTraceSink, "Cannot open named pipe stream '" << name << '\'');
+        return nullptr;
     }
     ORV_ENGINE_LOG(LogWarnSink, "Cannot open stream source '" << name << '\'');
     return nullptr;
@@ -67,9 +71,10 @@ ReaderHolder OpenStream(u32 id, const std::string& name, void* buffer, u32 frame
         return nullptr;
     }
     if (IsPipePath(name)) {
-        ReaderHolder reader = OpenPipeStream(id, name, buffer, frameBytes);
-        if (!reader) ORV_ENGINE_LOG(LogErrorSink, "Cannot open named pipe stream '" << name << '\'');
-        return reader;
+        const ReaderHolder reader = MakePipeStream(id, name, buffer, frameBytes);
+        if (reader.IsValid() && reader->IsOpen()) return reader;
+        ORV_ENGINE_LOG(LogErrorSink, "Cannot open named pipe stream '" << name << '\'');
+        return nullptr;
     }
     if (IsMusicBoxName(name)) return OpenMusicBox(id, name, buffer, frameBytes);
     ReaderHolder cached = CreateMemFileReader(id, name.c_str(), buffer, frameBytes);

@@ -265,6 +265,74 @@ TEST_F(NamedPipeTest, AFullQueueIsToldAsBusy) {
     ::close(server);
 }
 
+TEST_F(NamedPipeTest, AConnectMayWaitForAPlaceInAFullQueueAndForNothingElse) {
+    SystemError error = 0;
+    EXPECT_EQ(ConnectPipeWithin("none", 60'000, error), nullptr);
+    EXPECT_EQ(error, static_cast<SystemError>(ENOENT));
+    PipeAddress address;
+    ASSERT_TRUE(PipeAddress::Make("feed", address, error));
+    const int server = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(::bind(server, address.Get(), sizeof address.address), 0);
+    ASSERT_EQ(::listen(server, 0), 0);
+    const auto first = ConnectPipeWithin("feed", 60'000, error);
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(error, 0u);
+    const u64 start = SteadyMilliseconds();
+    EXPECT_EQ(ConnectPipeWithin("feed", 100, error), nullptr);
+    EXPECT_EQ(error, PipeBusyError());
+    EXPECT_GE(SteadyMilliseconds() - start, 90u);
+
+    std::unique_ptr<IPipeClient> second;
+    Thread waits("waits", [&] { second = ConnectPipeWithin("feed", 60'000, error); });
+    SleepMilliseconds(50);
+    const int accepted = ::accept4(server, nullptr, nullptr, SOCK_CLOEXEC);
+    waits.Join();
+    EXPECT_NE(second, nullptr);
+    EXPECT_EQ(error, 0u);
+
+    Thread loses("loses", [&] { EXPECT_EQ(ConnectPipeWithin("feed", 60'000, error), nullptr); });
+    SleepMilliseconds(50);
+    ::shutdown(server, SHUT_RDWR);
+    ::close(server);
+    loses.Join();
+    EXPECT_NE(error, PipeBusyError()) << "the server has gone";
+    ::close(accepted);
+}
+
+// Method: more than the socket takes at once, to a server that reads late; then to one that has gone.
+TEST_F(NamedPipeTest, AClientsWriteBlocksUntilTheServerHasTakenAllOrHasGone) {
+    SystemError error = 0;
+    PipeAddress address;
+    ASSERT_TRUE(PipeAddress::Make("feed", address, error));
+    const int server = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(::bind(server, address.Get(), sizeof address.address), 0);
+    ASSERT_EQ(::listen(server, 1), 0);
+    const auto client = ConnectPipe("feed", error);
+    ASSERT_NE(client, nullptr);
+    const int accepted = ::accept4(server, nullptr, nullptr, SOCK_CLOEXEC);
+    const std::string much(2'000'000, 'x');
+    std::atomic<u64> received{0};
+    Thread reads("reads", [&] {
+        SleepMilliseconds(20);
+        std::vector<char> buffer(65536);
+        while (received < much.size()) {
+            const ssize_t count = ::recv(accepted, buffer.data(), buffer.size(), 0);
+            if (count <= 0) break;
+            received += static_cast<u64>(count);
+        }
+    });
+    EXPECT_EQ(client->Write(much.data(), much.size()), much.size());
+    reads.Join();
+    EXPECT_EQ(received.load(), much.size());
+    ::close(accepted);
+    EXPECT_EQ(client->Write("x", 1), 0u);
+    ::close(server);
+
+    const auto endpoint = CreatePipeEndpoint("oneway");
+    Connection pipe = Connect(*endpoint, "oneway");
+    EXPECT_EQ(pipe.client->Write("x", 1), 0u) << "the pipes of this system go one way";
+}
+
 TEST_F(NamedPipeTest, NoTwoConnectionsHaveOneId) {
     const auto endpoint = CreatePipeEndpoint("feed");
     std::vector<PipeId> ids;

@@ -218,6 +218,43 @@ TEST(NamedPipeTest, AFullQueueIsBusy) {
     EXPECT_NE(ConnectPipe("feed", error), nullptr);
 }
 
+TEST(NamedPipeTest, AConnectMayWaitForAPlaceInAFullQueueAndForNothingElse) {
+    Simulation sim;
+    sim.Run([&] {
+        SystemError error = 0;
+        EXPECT_EQ(Platform::ConnectPipeWithin("feed", 100, error), nullptr);
+        EXPECT_EQ(error, static_cast<u32>(ENOENT));
+        EXPECT_EQ(sim.Elapsed(), 0u);
+        sim.Pipes().SetQueueLength(1);
+        auto endpoint = CreatePipeEndpoint("feed");
+        auto instance = NewInstance(*endpoint);
+        auto first = Connect("feed");
+        EXPECT_EQ(Platform::ConnectPipeWithin("feed", 100, error), nullptr);
+        EXPECT_EQ(error, Platform::PipeBusyError());
+        EXPECT_EQ(sim.Elapsed(), 100'000'000u);
+        Thread server("server", [&] {
+            Platform::SleepMilliseconds(40);
+            EXPECT_EQ(Poll(*instance), ConnectState::Connected);
+            Platform::SleepMilliseconds(20);
+            endpoint.reset();
+        });
+        const auto second = Platform::ConnectPipeWithin("FEED", 100, error);
+        EXPECT_NE(second, nullptr);
+        EXPECT_EQ(error, 0u);
+        EXPECT_EQ(sim.Elapsed(), 140'000'000u);
+        EXPECT_EQ(Platform::ConnectPipeWithin("feed", 100, error), nullptr);
+        EXPECT_EQ(error, static_cast<u32>(ENOENT)) << "the server went meanwhile";
+        EXPECT_EQ(sim.Elapsed(), 160'000'000u);
+        server.Join();
+    });
+}
+
+TEST(NamedPipeTest, APipeGoesOneWaySoThatAServerTakesNothing) {
+    Simulation sim;
+    Pair pair;
+    EXPECT_EQ(pair.client->Write("hello", 5), 0u);
+}
+
 TEST(NamedPipeTest, ANameHasOneServerCaseAside) {
     Simulation sim;
     auto first = CreatePipeEndpoint("Feed");

@@ -9,6 +9,7 @@
 #include "Projects/Common/VoIPFileEngine/MemoryFileCache.h"
 #include "Projects/Common/VoIPFileEngine/MusicBox.h"
 #include "tests/Projects/Common/VoIPFileEngine/EngineLog.h"
+#include "tests/Projects/Common/VoIPFileEngine/LiveSource.h"
 #include "tests/Projects/Common/VoIPFileEngine/ReaderFakes.h"
 
 namespace Orv {
@@ -85,11 +86,85 @@ TEST_F(StreamFactory, LinksAreRefusedWithTheNameDirectlyBehindTheMessage) {
     ExpectFake("See http", {Line("Warn", "Cannot open stream source '/base/see http'")});
 }
 
+// Without a simulation there is no thread for a live source, so that none can be opened.
 TEST_F(StreamFactory, APipePathThatIsNotOpenIsAnError) {
-    ExpectFake("\\\\.\\pipe\\Radio", {Line("Error", "Cannot open named pipe stream '\\\\.\\pipe\\Radio'")});
+    const auto expect = [&](const std::string& name) {
+        ExpectFake(name.c_str(), {"Warn VoIPFileEngine/PipeStream: " + name + " not created",
+                                  Line("Error", "Cannot open named pipe stream '" + name + "'"),
+                                  "Trace VoIPFileEngine/PipeStream: " + name + " removed from shared storage"});
+    };
+    expect("\\\\.\\pipe\\Radio");
     // A pipe path comes before a music box name and before any file ending.
-    ExpectFake("\\\\x\\pipe\\a:", {Line("Error", "Cannot open named pipe stream '\\\\x\\pipe\\a:'")});
-    ExpectFake("\\\\x\\pipe\\a.wav", {Line("Error", "Cannot open named pipe stream '\\\\x\\pipe\\a.wav'")});
+    expect("\\\\x\\pipe\\a:");
+    expect("\\\\x\\pipe\\a.wav");
+}
+
+// A reader is open whether or not anybody serves its pipe, and plays what comes.
+TEST_F(StreamFactory, APipePathPlaysWhatAnotherProcessServes) {
+    Platform::Sim::Simulation sim;
+    sim.Run([&] {
+        const Holder reader = Create("\\\\.\\pipe\\Radio");
+        const Holder elsewhere = Create("\\\\otherhost\\pipe\\Radio");
+        for (const Holder& each : {reader, elsewhere}) {
+            EXPECT_TRUE(each->IsOpen());
+            EXPECT_EQ(each->GetContentId(), 42u);
+            EXPECT_TRUE(TestData::AllZero(Pull(*each).frame, 2000));
+        }
+        TestData::LiveSource source("radio");
+        source.Accept();
+        source.SendAndSettle(TestData::LiveBytes(0, 2000));
+        EXPECT_EQ(TestData::FrameBytes(Pull(*reader).frame, 2000), TestData::LiveBytes(0, 2000));
+        Platform::SleepMilliseconds(1000);
+        EXPECT_EQ(sim.Pipes().Counters().connects, 1u) << "nothing is found on another host";
+        EXPECT_TRUE(Pull(*elsewhere).result);
+    });
+}
+
+TEST_F(StreamFactory, ANameThatEndsInPipePlaysTheLocalPipeOfThatNameInLowerCase) {
+    Platform::Sim::Simulation sim;
+    sim.Run([&] {
+        const Holder reader = Create("Music\\Jingle.PIPE");
+        EXPECT_EQ(reader->GetName(), "\\\\.\\pipe\\jingle");
+        TestData::LiveSource source("Jingle");
+        source.Accept();
+        source.SendAndSettle(TestData::LiveBytes(0, 2000));
+        EXPECT_EQ(TestData::FrameBytes(Pull(*reader).frame, 2000), TestData::LiveBytes(0, 2000));
+        EXPECT_EQ(sim.Files().Counters().opens, 0u);
+    });
+}
+
+// A live source under a stream set: it never ends, so that the list stays on it, and its frame outlives it.
+TEST_F(StreamFactory, ALiveSourceInAListStaysCurrentAndItsLastFrameOutlivesItsReplacement) {
+    Platform::Sim::Simulation sim;
+    sim.Run([&] {
+        const auto set = CreateStreamSet();
+        set->Prepare(buffer_, 2000);
+        set->SetOverlayContent(4, {{1, "\\\\.\\pipe\\radio", false}, {2, "##1#", false}}, false);
+        set->SetMixMask(2);
+        const auto reader = set->GetReader();
+        for (int i = 0; i < 100; ++i) {
+            const Pulled pulled = Pull(*reader);
+            ASSERT_TRUE(TestData::AllZero(pulled.frame, 2000));
+            ASSERT_TRUE(pulled.events.empty());
+            Platform::SleepMilliseconds(125);
+        }
+        EXPECT_EQ(reader->GetContentId(), 1u);
+        TestData::LiveSource source("radio");
+        source.Accept();
+        source.SendAndSettle(TestData::LiveBytes(0, 4000));
+        const Pulled last = Pull(*reader);
+        ASSERT_NE(last.frame, buffer_);
+        // A source that sends on: a silent one would be told as lost at its end, which zeroes the ring.
+        Platform::Thread server("server", [&] {
+            Platform::SleepMilliseconds(125);
+            source.Send("ab");
+        });
+        set->SetOverlayContent(5, {{3, "##1#", false}}, false);
+        EXPECT_EQ(sim.Pipes().Counters().clientsAlive, 0u) << "the connection has gone with the reader";
+        EXPECT_EQ(TestData::FrameBytes(last.frame, 2000), TestData::LiveBytes(0, 2000));
+        EXPECT_TRUE(TestData::AllZero(Pull(*reader).frame, 2000));
+        server.Join();
+    });
 }
 
 TEST_F(StreamFactory, ANameThatEndsInAColonIsAMusicBoxAndNeverReachesTheDisk) {
@@ -174,7 +249,10 @@ TEST_F(StreamFactory, AReplacedListGivesItsFileBackAtOnceAndKeepsTheFrameInUse) 
 TEST_F(StreamFactory, ANameThatEndsInPipeIsNeverReadAndTellsItsFailureAtTrace) {
     Platform::Sim::Files().AddFile("/Base/Music/Jingle.PIPE", "x");
     const u64 opens = Platform::Sim::Files().Counters().opens;
-    ExpectFake("Music\\Jingle.PIPE", {Line("Trace", "Cannot open named pipe stream '/base/music/jingle.pipe'")});
+    ExpectFake("Music\\Jingle.PIPE",
+               {"Warn VoIPFileEngine/PipeStream: \\\\.\\pipe\\jingle not created",
+                Line("Trace", "Cannot open named pipe stream '/base/music/jingle.pipe'"),
+                "Trace VoIPFileEngine/PipeStream: \\\\.\\pipe\\jingle removed from shared storage"});
     EXPECT_EQ(Platform::Sim::Files().Counters().opens, opens);
 }
 

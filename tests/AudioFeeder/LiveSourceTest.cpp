@@ -39,7 +39,7 @@ private:
         const std::string block = RawBytes(Constant(1000, level_));
         while (!stop_) {
             Sleep(125);
-            if (stalled_ || instance->PollConnect(error) != Platform::ConnectState::Connected) continue;
+            if (stop_ || stalled_ || instance->PollConnect(error) != Platform::ConnectState::Connected) continue;
             instance->Write(block.data(), block.size());
         }
     }
@@ -95,8 +95,7 @@ TEST_F(LiveSourceTest, ASourceThatComesStallsGoesAndComesBackIsHeardWithSilenceI
         client.Stop();
         heard = client.Heard();
         arrivals = client.Arrivals();
-        feed->Shutdown();
-        second.Leave();
+        feed = nullptr;  // before its source goes, so that there is one loss in the log
     });
     const auto runs = Runs(heard);
     ASSERT_EQ(runs.size(), 6u);
@@ -118,7 +117,7 @@ TEST_F(LiveSourceTest, ASourceThatComesStallsGoesAndComesBackIsHeardWithSilenceI
     for (const LogLine& line : world_.Log()) {
         if (line.text.find("Media connected") == std::string::npos) continue;
         EXPECT_EQ(line.word, " Info");
-        EXPECT_EQ(line.source, "VoIPFileEngine/PipeStream");
+        EXPECT_EQ(line.text.find("VoIPFileEngine/PipeStream("), 0u) << line.text;
     }
 }
 
@@ -148,7 +147,7 @@ TEST_F(LiveSourceTest, AnAnnouncementWhoseFileIsAPipePlaysTheSourceOverTheMusicF
     world_.Files().AddFile("/root/Playlist/x/music.raw", RawBytes(Constant(900'500, 800)));
     world_.Run([&] {
         Orv::AnnouncementTable::Instance().Clear();
-        Orv::AnnouncementTable::Instance().Update(MakeAnnouncement("a", 0, "/anywhere/Radio.PIPE"));
+        Orv::AnnouncementTable::Instance().Store(MakeAnnouncement("a", 0, "/anywhere/Radio.PIPE"));
         Radio radio(5'000);
         ScriptedDraws draws;
         draws.Then(0, 1);  // the pause

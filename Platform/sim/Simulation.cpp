@@ -93,6 +93,9 @@ void Simulation::SetTimeHook(std::function<void(u64)> hook) {
 SimFiles& Simulation::Files() noexcept {
     return impl_->world.files;
 }
+SimMemory& Simulation::Memory() noexcept {
+    return impl_->world.memory;
+}
 SimPipes& Simulation::Pipes() noexcept {
     return impl_->world.pipes;
 }
@@ -112,6 +115,9 @@ World& CurrentWorld() noexcept {
 
 SimFiles& Files() noexcept {
     return CurrentWorld().files;
+}
+SimMemory& Memory() noexcept {
+    return CurrentWorld().memory;
 }
 SimPipes& Pipes() noexcept {
     return CurrentWorld().pipes;

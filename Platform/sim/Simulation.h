@@ -22,6 +22,7 @@
 #include "Platform/Types.h"
 #include "Platform/sim/SimClock.h"
 #include "Platform/sim/SimFiles.h"
+#include "Platform/sim/SimMemory.h"
 #include "Platform/sim/SimPipes.h"
 #include "Platform/sim/SimRandom.h"
 #include "Platform/sim/SimService.h"
@@ -95,6 +96,7 @@ public:
     void SetTimeHook(std::function<void(u64 nextNanoseconds)> hook);
 
     SimFiles& Files() noexcept;
+    SimMemory& Memory() noexcept;
     SimPipes& Pipes() noexcept;
     SimService& Service() noexcept;
     SimClock& Clock() noexcept;
@@ -110,6 +112,7 @@ private:
 
 // The parts of the world in use: the living Simulation's, otherwise the process's own.
 SimFiles& Files() noexcept;
+SimMemory& Memory() noexcept;
 SimPipes& Pipes() noexcept;
 SimService& Service() noexcept;
 SimClock& Clock() noexcept;

@@ -3,6 +3,7 @@
 
 #include "Platform/sim/SimClock.h"
 #include "Platform/sim/SimFiles.h"
+#include "Platform/sim/SimMemory.h"
 #include "Platform/sim/SimPipes.h"
 #include "Platform/sim/SimRandom.h"
 #include "Platform/sim/SimService.h"
@@ -15,6 +16,7 @@ struct World {
     SimClock clock;
     SimRandom random;
     SimFiles files;
+    SimMemory memory;
     SimPipes pipes;
     SimService service;
 };

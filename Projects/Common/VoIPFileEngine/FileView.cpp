@@ -1,8 +1,8 @@
 #include "Projects/Common/VoIPFileEngine/FileView.h"
 
-#include <new>
-#include <system_error>
+#include <algorithm>
 
+#include "Platform/Memory.h"
 #include "ServiceProcess/LogAdapters.h"
 
 namespace Orv {
@@ -10,11 +10,15 @@ namespace {
 constexpr char kLogSource[] = "VoIPFileEngine/FileView";
 }
 
-FileView::FileView(const std::string& path, bool prefetch) {
-    if (!Open(path, prefetch)) Close();
+FileView::FileView(const std::string& path, bool prefetch, bool lock) {
+    if (!Open(path, prefetch, lock)) Close();
 }
 
-bool FileView::Open(const std::string& path, bool prefetch) {
+FileView::~FileView() {
+    Close();
+}
+
+bool FileView::Open(const std::string& path, bool prefetch, bool lock) {
     if (IsValid() || path.empty()) return false;
     Platform::SystemError error = 0;
     file_ = Platform::OpenReadFile(path, error);
@@ -24,23 +28,43 @@ bool FileView::Open(const std::string& path, bool prefetch) {
     }
     // Only 32 bits of the length count: a file of 4 GiB or more is not served whole.
     size = static_cast<u32>(file_->Size());
-    if (prefetch && !Load()) {
-        // The path becomes the name only at the end, so there is none in this message.
-        constexpr auto noMemory = static_cast<Platform::SystemError>(std::errc::not_enough_memory);
-        ORV_ENGINE_LOG(LogErrorSink, "Failed to map file " << name << ", error: " << noMemory);
-        return false;
-    }
+    if ((prefetch || lock) && !Map(path)) return false;
+    if (prefetch) TouchPages();
+    if (lock) Lock();
     name = path;
     return true;
 }
 
-bool FileView::Load() {
-    image_.reset(new (std::nothrow) u8[size]);
-    if (image_ == nullptr) return false;
-    // A file that has been cut since it was opened counts as long as it is now.
-    size = file_->ReadAt(0, image_.get(), size);
-    data = image_.get();
+// The path becomes the name only at the end of Open(), so there is none in these messages.
+bool FileView::Map(const std::string& path) {
+    Platform::SystemError error = 0;
+    mapping_ = FileMapping::Create(path, size, error);
+    if (mapping_ == nullptr) {
+        ORV_ENGINE_LOG(LogErrorSink, "Failed to create file mapping of " << name << ", error: " << error);
+        return false;
+    }
+    u64 mapped = 0;
+    data = mapping_->Map(*file_, mapped, error);
+    if (data == nullptr) {
+        ORV_ENGINE_LOG(LogErrorSink, "Failed to map file " << name << ", error: " << error);
+        return false;
+    }
+    // A mapping of others may be of what the file was before.
+    size = std::min(size, mapped);
+    file_.reset();
     return true;
+}
+
+void FileView::TouchPages() const {
+    const u64 stride = Platform::PageSize();
+    const volatile u8* const bytes = data;
+    u32 sum = 0;
+    for (u64 position = 0; position < size; position += stride) sum += bytes[position];
+    static_cast<void>(sum);
+}
+
+void FileView::Lock() {
+    if (!locked && mapping_ != nullptr) locked = mapping_->Lock();
 }
 
 u64 FileView::Read(void* destination, u64 position, u64 count) {
@@ -50,8 +74,10 @@ u64 FileView::Read(void* destination, u64 position, u64 count) {
 }
 
 void FileView::Close() {
+    if (locked) mapping_->Unlock();
+    locked = false;
     data = nullptr;
-    image_.reset();
+    mapping_.reset();
     file_.reset();
     size = 0;
 }

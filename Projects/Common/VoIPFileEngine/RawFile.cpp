@@ -87,7 +87,7 @@ RawFileHolder OpenRawFile(const std::string& path) {
     RawFileHolder file(new IRawFile);
     if (EndsInWav(path)) {
         // Closed again at once: the bounds are all that is wanted of it.
-        const WAVFileView view(path, false);
+        const WAVFileView view(path, false, false);
         if (!view.IsValid()) return nullptr;
         file->start = view.offset;
         file->end = view.size != 0 ? view.offset + view.size : 0;

@@ -93,10 +93,4 @@ ReaderHolder CreateStreamReader(u32 id, const char* name, void* buffer, u32 fram
     return reader;
 }
 
-// The cache hands out nothing yet, and so there is no reader of cached files.
-ReaderHolder CreateMemFileReader(u32, const char* name, void*, u32) {
-    MemoryFileCache::Instance().Find(name);
-    return nullptr;
-}
-
 }  // namespace Orv

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "Projects/Common/VoIPFileEngine/WaveFormat.h"
 #include "ServiceProcess/LogAdapters.h"
 
 namespace Orv {
@@ -15,19 +16,6 @@ constexpr char kLogSource[] = "VoIPFileEngine/FileView";
 constexpr u64 kMinimalFile = 44;  // a file must be longer
 constexpr u64 kFirstChunk = 12;
 constexpr u64 kChunkHeader = 8;  // tag and length
-constexpr u32 kFormatBody = 16;
-constexpr u16 kTagPcm = 1;
-constexpr u16 kTagImaAdpcm = 17;
-
-u16 U16At(const u8* bytes) {
-    return static_cast<u16>(bytes[0] | bytes[1] << 8);
-}
-u32 U32At(const u8* bytes) {
-    return U16At(bytes) | static_cast<u32>(U16At(bytes + 2)) << 16;
-}
-bool HasTag(const u8* bytes, std::string_view tag) {
-    return std::memcmp(bytes, tag.data(), tag.size()) == 0;
-}
 
 }  // namespace
 
@@ -71,7 +59,7 @@ struct ChunkHeader {
 
 }  // namespace
 
-WAVFileView::WAVFileView(const std::string& path, bool prefetch) : FileView(path, prefetch) {
+WAVFileView::WAVFileView(const std::string& path, bool prefetch, bool lock) : FileView(path, prefetch, lock) {
     if (IsValid() && !ParseWave()) Close();
 }
 
@@ -106,21 +94,14 @@ bool WAVFileView::ParseFormat(WaveBytes& bytes, u64& position) {
         }
         if (chunk.Is("fmt ")) break;
     }
-    u8 body[kFormatBody];
+    u8 body[WaveFormat::BodyBytes];
     bytes.Copy(position + kChunkHeader, body, sizeof body);
-    const u16 tag = U16At(body);
-    const u16 channels = U16At(body + 2);
-    const u32 sampleRate = U32At(body + 4);
-    const u16 blockAlign = U16At(body + 12);
-    const u16 bits = U16At(body + 14);
-    const bool pcm = tag == kTagPcm && bits == 16;
-    const bool ima = tag == kTagImaAdpcm && bits == 4 && blockAlign == 256;
-    if (chunk.Length() < kFormatBody || channels != 1 || sampleRate != 8000 || !(pcm || ima)) {
-        ORV_ENGINE_LOG(LogWarnSink,
-                       "Unsupported WAV format: " << tag << '/' << channels << '/' << sampleRate << '/' << bits);
+    const WaveFormat format(body);
+    if (chunk.Length() < WaveFormat::BodyBytes || !(format.IsPcm() || format.IsImaAdpcm())) {
+        ORV_ENGINE_LOG(LogWarnSink, "Unsupported WAV format: " << format);
         return false;
     }
-    adpcm = ima;
+    adpcm = format.IsImaAdpcm();
     position = chunk.Next(position);
     if (position >= size) {
         ORV_ENGINE_LOG(LogWarnSink, "Invalid fmt size");

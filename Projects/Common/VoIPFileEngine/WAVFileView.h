@@ -14,8 +14,8 @@ class WaveBytes;
 // leaves the object closed. No header can make the parser read outside the file or go on past its end.
 class WAVFileView : public FileView {
 public:
-    // May wait for the disk. Without `prefetch` only the chunks' headers are read.
-    WAVFileView(const std::string& path, bool prefetch);
+    // May wait for the disk. With neither `prefetch` nor `lock` only the chunks' headers are read.
+    WAVFileView(const std::string& path, bool prefetch, bool lock);
 
 private:
     bool ParseWave();

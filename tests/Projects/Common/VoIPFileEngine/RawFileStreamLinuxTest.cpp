@@ -105,7 +105,7 @@ TEST_F(RawFileStreamLinuxTest, AFileCutOrRemovedWhileItPlaysEndsTheStreamAndNoth
 TEST_F(RawFileStreamLinuxTest, OnlyThirtyTwoBitsOfAFilesLengthCount) {
     const std::string path = Write("big.dat", Audio(10));
     std::filesystem::resize_file(path, (1ull << 32) + 100);
-    const FileView view(path, false);
+    const FileView view(path, false, false);
     ASSERT_TRUE(view.IsValid());
     EXPECT_EQ(view.size, 100u);
 }

@@ -46,7 +46,7 @@ protected:
     }
     Result Parse(bool prefetch) {
         log_.Take();
-        const WAVFileView view("/s/a.wav", prefetch);
+        const WAVFileView view("/s/a.wav", prefetch, false);
         return {view.IsValid(), view.offset, view.size, view.adpcm, log_.Take()};
     }
     // The file is refused with this one line, or none.
@@ -79,9 +79,15 @@ TEST_F(WAVFileViewTest, AnAdpcmFileIsToldAsSuch) {
 TEST_F(WAVFileViewTest, AFileOfFortyFourBytesIsRefusedSilentlyAndOneMoreIsParsed) {
     ExpectRefused(PcmWave(""), {});
     ExpectRefused(std::string(44, 'x'), {});
-    ExpectRefused("", {});
     EXPECT_TRUE(Parse(PcmWave("x")).valid);
     ExpectRefused(std::string(45, 'x'), Warning("No RIFF marker"));
+}
+
+TEST_F(WAVFileViewTest, AFileOfNoBytesIsRefusedSilentlyOnDiskAndHasNoMappingToParse) {
+    Files().AddFile("/s/a.wav", "");
+    EXPECT_EQ(Parse(false), (Result{false, 0, 0, false, {}}));
+    EXPECT_EQ(Parse(true),
+              (Result{false, 0, 0, false, {ViewLine("Error", "Failed to create file mapping of , error: 22")}}));
 }
 
 TEST_F(WAVFileViewTest, ADataChunkOfLengthZeroPasses) {
@@ -226,7 +232,7 @@ TEST_F(WAVFileViewTest, AWalkThroughEmptyChunksEndsWithTheFileAndCostsFewReads) 
     std::string file = Riff(std::string(1 << 20, '\0'));
     Files().AddFile("/s/a.wav", file);
     const u64 before = Files().Counters().reads;
-    const WAVFileView view("/s/a.wav", false);
+    const WAVFileView view("/s/a.wav", false, false);
     EXPECT_FALSE(view.IsValid());
     EXPECT_EQ(log_.Take(), Warning("No fmt marker"));
     EXPECT_LE(Files().Counters().reads - before, (1u << 20) / 4096 + 3);
@@ -236,7 +242,7 @@ TEST_F(WAVFileViewTest, OnlyTheHeadersAreReadFromDisk) {
     const std::string file = Riff(Chunk("LIST", Audio(500'000)) + Chunk("fmt ", PcmFormat()) +
                                   Chunk("LIST", Audio(500'000)) + Chunk("data", Audio(1'000'000)));
     Files().AddFile("/s/a.wav", file);
-    const WAVFileView view("/s/a.wav", false);
+    const WAVFileView view("/s/a.wav", false, false);
     EXPECT_TRUE(view.IsValid());
     EXPECT_EQ(view.size, 1'000'000u);
     EXPECT_LE(Files().Counters().bytesRead, 4u * 4096u);
@@ -245,7 +251,7 @@ TEST_F(WAVFileViewTest, OnlyTheHeadersAreReadFromDisk) {
 TEST_F(WAVFileViewTest, TheAudioIsServedUpToItsLengthCountedFromTheStartOfTheFile) {
     const std::string audio = Audio(1000);
     Files().AddFile("/s/a.wav", PcmWave(audio));
-    WAVFileView view("/s/a.wav", true);
+    WAVFileView view("/s/a.wav", true, false);
     const u8* bytes = nullptr;
     ASSERT_EQ(view.GetData(&bytes, 0, 1000), 956u);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes), 956), audio.substr(0, 956));
@@ -258,7 +264,7 @@ TEST_F(WAVFileViewTest, TheAudioIsServedUpToItsLengthCountedFromTheStartOfTheFil
 TEST_F(WAVFileViewTest, AudioAtAnOddAddressIsServedAsItIs) {
     const std::string audio = Audio(300);
     Files().AddFile("/s/a.wav", Riff(Chunk("fmt ", PcmFormat()) + Chunk("note", "x") + Chunk("data", audio)));
-    WAVFileView view("/s/a.wav", true);
+    WAVFileView view("/s/a.wav", true, false);
     EXPECT_EQ(view.offset % 2, 1u);
     std::string read(100, '\0');
     EXPECT_EQ(view.Read(read.data(), 10, 100), 100u);
@@ -266,7 +272,7 @@ TEST_F(WAVFileViewTest, AudioAtAnOddAddressIsServedAsItIs) {
 }
 
 TEST_F(WAVFileViewTest, AMissingFileIsToldByItsOpeningAlone) {
-    const WAVFileView view("/s/none.wav", false);
+    const WAVFileView view("/s/none.wav", false, false);
     EXPECT_FALSE(view.IsValid());
     EXPECT_EQ(log_.Take(), Lines{ViewLine("Error", "Failed to open file /s/none.wav, error: 2")});
 }
@@ -275,7 +281,7 @@ TEST_F(WAVFileViewTest, WhatIsNoRegularFileIsRefused) {
     Files().AddFolder("/s/folder.wav");
     Files().AddSpecial("/s/fifo.wav", Platform::Sim::FileKind::Fifo);
     for (const char* path : {"/s/folder.wav", "/s/fifo.wav"}) {
-        const WAVFileView view(path, false);
+        const WAVFileView view(path, false, false);
         EXPECT_FALSE(view.IsValid());
         const Lines lines = log_.Take();
         ASSERT_EQ(lines.size(), 1u);
@@ -286,7 +292,7 @@ TEST_F(WAVFileViewTest, WhatIsNoRegularFileIsRefused) {
 TEST_F(WAVFileViewTest, AReadErrorInTheHeaderIsABadHeader) {
     Files().AddFile("/s/a.wav", PcmWave(Audio(1000)));
     Files().FailReads("/s/a.wav", 5);
-    const WAVFileView view("/s/a.wav", false);
+    const WAVFileView view("/s/a.wav", false, false);
     EXPECT_FALSE(view.IsValid());
     EXPECT_EQ(log_.Take(), Warning("No RIFF marker"));
 }
@@ -338,7 +344,7 @@ TEST_F(WAVFileViewTest, NoHeaderLeadsOutOfTheFile) {
         ++accepted;
         ASSERT_LE(result.offset, bytes.size());
         ASSERT_LE(result.size, bytes.size() - result.offset);
-        WAVFileView view("/s/a.wav", true);
+        WAVFileView view("/s/a.wav", true, false);
         std::string read(bytes.size() + 100, '\0');
         ASSERT_LE(view.Read(read.data(), 0, read.size()), result.size);
     }

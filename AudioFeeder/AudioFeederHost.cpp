@@ -6,6 +6,7 @@
 
 #include "AudioFeeder/LibraryListeners.h"
 #include "AudioFeeder/PipeManager.h"
+#include "AudioFeeder/Preload.h"
 #include "AudioFeeder/RequestFlags.h"
 #include "AudioFeeder/SharedValues.h"
 #include "AudioFeeder/UpdateDispatcher.h"
@@ -121,6 +122,7 @@ void AudioFeederHost::StartUp(CommonSettings& settings) {
     EnsureFolder(appDataPath);
     LogWriter::Instance().OpenLog(appDataPath.c_str(), kLogSizeLimit);
     ORV_LOG(Info) << "Starting service";
+    SetPreload(ReadPreloadSettings(settings));
     ReportStatus(ServiceState::StartPending, 0, 0, 0);
 
     InstallLibraryListeners();

@@ -1,10 +1,12 @@
 // The beginning and the end of everything: building all channels from the tables, taking all down.
+#include <string>
 #include <vector>
 
 #include "AudioFeeder/AnnouncementTable.h"
 #include "AudioFeeder/EventTurn.h"
 #include "AudioFeeder/Parameters.h"
 #include "AudioFeeder/PipeManager.h"
+#include "AudioFeeder/Preload.h"
 #include "AudioFeeder/SharedValues.h"
 #include "AudioFeeder/UpdateDispatcher.h"
 #include "ConfigClient/ConfigConnection.h"
@@ -47,8 +49,18 @@ std::vector<FeedRow> RowsOf(const char* table) {
     return rows;
 }
 
+// Before anything is opened, and under the root that will hold by the time a channel is built. The engine's words about
+// it need the logging level.
+void Preload() {
+    if (!PreloadWanted()) return;
+    const FeedRow promptPath = FindParameter(Parameters::PromptPath);
+    const std::string root = promptPath.Text(Columns::value);
+    PreloadFiles(root.empty() ? RootPath() : root);
+}
+
 void ReloadParameters() {
     ApplyLoggingLevel(FindParameter(Parameters::LoggingLevel));
+    Preload();
 
     const FeedRow defaultFile = FindParameter(Parameters::DefaultAudioFile);
     if (defaultFile.Has(Columns::idparameter)) SetDefaultAudioFile(defaultFile.Text(Columns::value));

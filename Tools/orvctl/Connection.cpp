@@ -8,6 +8,7 @@
 #include "Platform/Files.h"
 #include "Platform/Path.h"
 #include "ServiceProcess/CommonSettings.h"
+#include "ServiceProcess/PreloadSettings.h"
 #include "Tools/orvctl/Report.h"
 #include "Tools/orvctl/ToolError.h"
 
@@ -69,6 +70,35 @@ void CheckComplete(const Target& target, const std::string& file) {
     if (target.password.empty()) Missing(file, "confPass", "--password-file");
 }
 
+// What the service would only tell its log, or not at all.
+void CheckPreload(const std::string& file) {
+    CommonSettings settings;
+    settings.Load(file.c_str());
+    const bool named = settings.GetValue("[General].PreloadFiles").Exists();
+    const PreloadSettings preload = ReadPreloadSettings(settings);
+    const std::string place = " under [General] in " + file;
+    if (!preload.megabytesAreValid) {
+        throw ToolError(ExitCode::BadCommandLine, "PreloadMegabytes" + place +
+                                                      " is no number of megabytes; write one from 1 to " +
+                                                      std::to_string(PreloadSettings::MostMegabytes));
+    }
+    if (named && preload.names.empty()) {
+        throw ToolError(ExitCode::BadCommandLine,
+                        "PreloadFiles" + place +
+                            " names nothing; name files and folders, each in double quotes, or "
+                            "take the line out");
+    }
+    for (const std::string& name : preload.names) {
+        // A relative name depends on where the service runs and on its parameters.
+        const bool absolute = name.front() == '/' || name.front() == '\\';
+        if (absolute && !Platform::PathExists(Platform::FindOnDisk(name))) {
+            throw ToolError(ExitCode::BadCommandLine, "PreloadFiles" + place + " names " + name +
+                                                          ", which is not there; correct the name, and put each one "
+                                                          "in double quotes of its own");
+        }
+    }
+}
+
 ExitCode CodeOf(const std::string& result) {
     if (result == AdminProtocol::ResultNotFound) return ExitCode::NotFound;
     if (result == AdminProtocol::ResultForbidden) return ExitCode::NotAllowed;
@@ -109,6 +139,7 @@ std::string CheckSettings(const std::string& path) {
     const std::string file = path.empty() ? FindUsualFile() : path;
     if (file.empty()) NoFile();
     CheckComplete(ReadSettings(file), file);
+    CheckPreload(file);
     return file;
 }
 

@@ -8,10 +8,12 @@
 
 #include "AudioFeeder/LibraryListeners.h"
 #include "AudioFeeder/PipeManager.h"
+#include "AudioFeeder/Preload.h"
 #include "AudioFeeder/RequestFlags.h"
 #include "AudioFeeder/SharedValues.h"
 #include "ConfigClient/ConfigConnection.h"
 #include "ConfigClient/ObjectList.h"
+#include "Projects/Common/VoIPFileEngine/MemoryFileCache.h"
 #include "ServiceProcess/Log.h"
 #include "tests/AudioFeeder/FakeConfigService.h"
 #include "tests/AudioFeeder/FeederWorld.h"
@@ -405,6 +407,22 @@ TEST_F(HostTest, TheFolderOfThePipesIsTakenFromTheSettingsBeforeAnyChannel) {
         Stop();
     });
     Platform::SetPipeFolder(before);
+}
+
+TEST_F(HostTest, TheFilesToPreloadAreTakenFromTheSettingsAndLoadedBeforeTheFirstChannel) {
+    sim_.Files().AddFile(kSettings, std::string(kConnection) + "[General]\nPreloadFiles=\"Playlist/x\"\n");
+    sim_.Files().AddFile("/data/Data/Ivr/Prompts/Playlist/x/a.wav", WavBytes(Noise(4000, 1)));
+    config_.PutParameter(1, "SYSTEMLOGGINGLEVEL", "3");
+    config_.Put("AUDIOFEED", 1, {{"idaudiofeed", 1}, {"pipename", "p"}, {"thename", "x"}, {"feedtype", 3}});
+    Serve([&] {
+        Sleep(1'000);
+        Stop();
+    });
+    EXPECT_EQ(Count("Files preloaded: 1, 8044 bytes"), 1U);
+    EXPECT_GE(Count("/a.wav taken from the cache"), 1U);
+    EXPECT_EQ(Count("opened as 8000 Hz"), 0U);
+    Orv::SetPreload({});
+    Orv::MemoryFileCache::Instance().Clear();
 }
 
 // A link whose call for the rows of one table throws.

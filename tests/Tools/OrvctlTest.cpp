@@ -279,6 +279,21 @@ TEST_F(Orvctl, SettingsCheckTellsWhatIsWrongWithAFile) {
     ExpectFailure({"settings", "check", bad}, 2, "no usable ConfPort");
 }
 
+TEST_F(Orvctl, SettingsCheckLooksAtTheFilesToPreload) {
+    const std::string file = folder_ / "preload.ini";
+    const auto write = [&](const std::string& keys) {
+        WriteFileText(file, "[General]\n" + keys + "\n" + OrvTest::ReadFileText(settings_));
+    };
+    write("PreloadFiles=\"Playlist/hold\" \"" + settings_ + "\"\nPreloadMegabytes=16");
+    EXPECT_THAT(Must({"settings", "check", file}), HasSubstr("has all that a connection needs"));
+    write("PreloadMegabytes=0");
+    ExpectFailure({"settings", "check", file}, 2, "PreloadMegabytes under [General] in " + file + " is no number");
+    write("PreloadFiles=");
+    ExpectFailure({"settings", "check", file}, 2, "PreloadFiles under [General] in " + file + " names nothing");
+    write("PreloadFiles=/no/such/folder");
+    ExpectFailure({"settings", "check", file}, 2, "names /no/such/folder, which is not there");
+}
+
 TEST_F(Orvctl, HelpAndVersionAreThereForEachCommand) {
     EXPECT_THAT(Must({"--help"}), HasSubstr("Exit codes: 0 done"));
     EXPECT_THAT(Must({"--version"}), HasSubstr("orvctl "));

@@ -12,6 +12,8 @@
 
 #include "Platform/Thread.h"
 #include "Projects/Common/VoIPFileEngine/FileView.h"
+#include "Projects/Common/VoIPFileEngine/MemFileReader.h"
+#include "Projects/Common/VoIPFileEngine/OpenMemoryFile.h"
 #include "tests/Projects/Common/VoIPFileEngine/AdpcmSample.h"
 #include "tests/Projects/Common/VoIPFileEngine/AllocationCounter.h"
 #include "tests/Projects/Common/VoIPFileEngine/EngineLog.h"
@@ -237,6 +239,25 @@ TEST_F(RawFileStreamLinuxTest, AThousandFramesInsideAFileAllocateNothing) {
         for (u32 i = 0; i < 1000; ++i) current = stream.GetNextFrame(&frame, events) && current;
         EXPECT_EQ(counter.Count(), 0u) << path;
         EXPECT_TRUE(current);
+    }
+}
+
+TEST_F(RawFileStreamLinuxTest, AThousandFramesFromMemoryAllocateNothing) {
+    const std::string pcm = Write("a.wav", PcmWave(Audio(2'100'000)));
+    const std::string adpcm = Write("b.wav", TestData::AdpcmWave(std::string(600'000, '\0')));
+    for (const std::string& path : {pcm, adpcm}) {
+        for (const bool lock : {true, false}) {
+            MemFileReader reader(1, OpenMemoryFile(path, true, lock));
+            ASSERT_TRUE(reader.Open(nullptr, nullptr, 2000));
+            ContentEventList events;
+            const u8* frame = nullptr;
+            bool current = true;
+            const TestData::AllocationCounter counter;
+            for (u32 i = 0; i < 1000; ++i) current = reader.GetNextFrame(&frame, events) && current;
+            reader.Rewind();
+            EXPECT_EQ(counter.Count(), 0u) << path;
+            EXPECT_TRUE(current);
+        }
     }
 }
 

@@ -1,5 +1,6 @@
 // A stream over real files on the real disk.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <atomic>
@@ -240,6 +241,33 @@ TEST_F(RawFileStreamLinuxTest, AThousandFramesInsideAFileAllocateNothing) {
         EXPECT_EQ(counter.Count(), 0u) << path;
         EXPECT_TRUE(current);
     }
+}
+
+// Sparse files take no room on disk; the address space of the process is held so short that they have none in memory.
+TEST_F(RawFileStreamLinuxTest, AFileForWhichThereIsNoMemoryIsRefusedOnBothRoads) {
+#if defined(__clang__)
+    GTEST_SKIP() << "this compiler builds the sanitizer runs, which cannot live in a small address space";
+#else
+    const std::string path = Write("a.raw", "x");
+    std::filesystem::resize_file(path, 0x7FFFFFFF);
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_AS, &before), 0);
+    std::ifstream usage("/proc/self/statm");
+    u64 pages = 0;
+    ASSERT_TRUE(usage >> pages);
+    const rlimit little{pages * 4096 + 500'000'000, before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_AS, &little), 0);
+    TestData::EngineLog log;
+    const bool mapped = OpenMemoryFile(path, true, true)->IsValid();
+    const auto mappedLines = log.Take();
+    const bool loaded = OpenMemoryFile(path, false, true)->IsValid();
+    const auto loadedLines = log.Take();
+    ::setrlimit(RLIMIT_AS, &before);
+    EXPECT_FALSE(mapped);
+    EXPECT_EQ(mappedLines, std::vector<std::string>{TestData::ViewLine("Error", "Failed to map file , error: 12")});
+    EXPECT_FALSE(loaded);
+    EXPECT_EQ(loadedLines, std::vector<std::string>{});
+#endif
 }
 
 TEST_F(RawFileStreamLinuxTest, AThousandFramesFromMemoryAllocateNothing) {

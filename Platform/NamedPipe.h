@@ -25,6 +25,9 @@ public:
     // Sends up to `size` bytes to the connected client and blocks until at least one byte has been taken or the client
     // is gone. The count taken, or -1 when the client is gone. A client may lag by two blocks of 2000 bytes.
     virtual i64 Write(const void* data, u64 size) = 0;
+    // The same without waiting: sends what the client can take now. The count taken, 0 when that is nothing, or -1 when
+    // the client is gone. With a `size` of 0 it only tells whether the client is gone.
+    virtual i64 TryWrite(const void* data, u64 size) = 0;
 };
 
 // The serving side of one name. Belongs to one thread at a time. The name exists from the first instance on until the

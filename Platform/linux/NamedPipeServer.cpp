@@ -27,6 +27,7 @@ public:
     PipeId Id() const override { return id_; }
     ConnectState PollConnect(SystemError& error) override;
     i64 Write(const void* data, u64 size) override;
+    i64 TryWrite(const void* data, u64 size) override;
 
 private:
     void DropReceived();
@@ -66,11 +67,18 @@ ConnectState PipeInstance::PollConnect(SystemError& error) {
 
 i64 PipeInstance::Write(const void* data, u64 size) {
     for (;;) {
+        const i64 taken = TryWrite(data, size);
+        if (taken != 0 || size == 0) return taken;
+        SleepMilliseconds(kFullRetryMilliseconds);
+    }
+}
+
+i64 PipeInstance::TryWrite(const void* data, u64 size) {
+    for (;;) {
         const ssize_t taken = ::send(client_.Get(), data, size, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (taken >= 0) return taken;
         if (errno == EINTR) continue;
-        if (errno != EAGAIN && errno != ENOBUFS && errno != ENOMEM) return -1;
-        SleepMilliseconds(kFullRetryMilliseconds);
+        return errno == EAGAIN || errno == ENOBUFS || errno == ENOMEM ? 0 : -1;
     }
 }
 

@@ -70,13 +70,27 @@ public:
             --table_->counters.writersBlocked;
             if (connection_->clientGone) return -1;
         }
-        connection_->Put(static_cast<const u8*>(data), count);
-        table_->counters.bytesWritten += count;
-        Sim::WakeAllIn(connection_->readers);
+        Put(data, count);
+        return static_cast<i64>(count);
+    }
+
+    i64 TryWrite(const void* data, u64 size) override {
+        ++table_->counters.writes;
+        Sim::SchedulingPoint();
+        if (connection_ == nullptr || connection_->clientGone) return -1;
+        u64 count = std::min<u64>(size, connection_->Room());
+        if (table_->writeLimit != 0) count = std::min(count, table_->writeLimit);
+        if (count != 0) Put(data, count);
         return static_cast<i64>(count);
     }
 
 private:
+    void Put(const void* data, u64 count) {
+        connection_->Put(static_cast<const u8*>(data), count);
+        table_->counters.bytesWritten += count;
+        Sim::WakeAllIn(connection_->readers);
+    }
+
     const std::shared_ptr<SimPipeTable> table_;
     const std::shared_ptr<PipeServer> server_;
     const PipeId id_;

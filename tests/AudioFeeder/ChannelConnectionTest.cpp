@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <deque>
+#include <stdexcept>
 #include <vector>
 
 #include "AudioFeeder/PipeListener.h"
@@ -42,6 +43,8 @@ public:
         if (answer > 0) wire_.bytes.append(static_cast<const char*>(data), static_cast<std::size_t>(answer));
         return answer;
     }
+    // A channel waits for its clients.
+    i64 TryWrite(const void*, u64) override { throw std::logic_error("a channel writes whole blocks"); }
 
 private:
     Wire& wire_;

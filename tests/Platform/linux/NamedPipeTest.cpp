@@ -104,6 +104,25 @@ TEST_F(NamedPipeTest, ClientsThatComeWhileNoInstanceWaitsStayQueued) {
     for (int i = 0; i < 3; ++i) EXPECT_EQ(ReadAll(*clients[static_cast<size_t>(i)], 1), std::to_string(i + 1));
 }
 
+TEST_F(NamedPipeTest, AWriteThatDoesNotWaitGivesWhatTheClientCanTakeAndTellsWhenItHasLeft) {
+    const auto endpoint = CreatePipeEndpoint("feed");
+    Connection pipe = Connect(*endpoint, "feed");
+    const std::string block(kBlock, 'x');
+    u64 sent = 0;
+    for (i64 taken = 1; taken > 0 && sent < 100 * kBlock; sent += static_cast<u64>(taken)) {
+        taken = pipe.server->TryWrite(block.data(), block.size());
+        ASSERT_GE(taken, 0);
+    }
+    EXPECT_GE(sent, 2 * kBlock);
+    EXPECT_LT(sent, 3 * kBlock);
+    EXPECT_EQ(pipe.server->TryWrite(block.data(), 0), 0);
+    EXPECT_EQ(ReadAll(*pipe.client, sent), std::string(sent, 'x'));
+    EXPECT_GT(pipe.server->TryWrite(block.data(), block.size()), 0);
+    pipe.client.reset();
+    EXPECT_EQ(pipe.server->TryWrite(block.data(), 0), -1);
+    EXPECT_EQ(pipe.server->TryWrite(block.data(), block.size()), -1);
+}
+
 // Goal: two blocks of lag and no more. Method: a third write enters, is seen to stay inside while the two blocks are
 // queued, and comes out once one has been read.
 TEST_F(NamedPipeTest, AClientMayLagByExactlyTwoBlocks) {

@@ -98,6 +98,25 @@ TEST(NamedPipeTest, BytesArriveInOrderWhateverTheSizesOfWritesAndReads) {
     EXPECT_EQ(received, sent);
 }
 
+TEST(NamedPipeTest, AWriteThatDoesNotWaitGivesWhatTheClientCanTakeAndTellsWhenItHasLeft) {
+    Simulation sim;
+    sim.Run([&] {
+        Pair pair;
+        const std::string block(kBlock, 'x');
+        EXPECT_EQ(pair.instance->TryWrite(block.data(), kBlock), 2000);
+        EXPECT_EQ(pair.instance->TryWrite(block.data(), kBlock), 2000);
+        EXPECT_EQ(pair.instance->TryWrite(block.data(), kBlock), 96);
+        EXPECT_EQ(pair.instance->TryWrite(block.data(), kBlock), 0);
+        EXPECT_EQ(pair.instance->TryWrite(block.data(), 0), 0);
+        EXPECT_EQ(Read(*pair.client, 5000), std::string(4096, 'x'));
+        sim.Pipes().SetWriteLimit(3);
+        EXPECT_EQ(pair.instance->TryWrite(block.data(), kBlock), 3);
+        pair.client.reset();
+        EXPECT_EQ(pair.instance->TryWrite(block.data(), 0), -1);
+        EXPECT_EQ(pair.instance->TryWrite(block.data(), kBlock), -1);
+    });
+}
+
 TEST(NamedPipeTest, AClientMayLagByTwoBlocksAndTheThirdWaitsUntilItReads) {
     Simulation sim;
     sim.Run([&] {

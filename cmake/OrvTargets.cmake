@@ -18,8 +18,9 @@ endfunction()
 # orv_test(name SOURCES a.cpp LINKS OrvX OrvPlatformLinux LABELS threads TIMEOUT 60)
 # Link exactly one of OrvPlatformLinux and OrvPlatformSim. Labels in use: "threads" for tests that also run under the
 # thread sanitizer, "e2e" for tests with real processes, "realtime" for tests that must not share the machine.
+# TOGETHER: the cases share what is made once for them all, so the whole program is one CTest test.
 function(orv_test name)
-  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LINKS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "TOGETHER" "TIMEOUT" "SOURCES;LINKS;LABELS" ${ARGN})
   if(ORV_TEST_LABEL AND NOT ORV_TEST_LABEL IN_LIST ARG_LABELS)
     return()
   endif()
@@ -35,6 +36,9 @@ function(orv_test name)
     add_test(NAME "${ORV_TEST_PREFIX}${name}" COMMAND ${name})
     math(EXPR timeout "${ARG_TIMEOUT} * 4")
     set_tests_properties("${ORV_TEST_PREFIX}${name}" PROPERTIES TIMEOUT ${timeout} LABELS "${ARG_LABELS}")
+  elseif(ARG_TOGETHER)
+    add_test(NAME "${name}: all cases" COMMAND ${name})
+    set_tests_properties("${name}: all cases" PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
   else()
     gtest_discover_tests(${name} TEST_PREFIX "${name}: " DISCOVERY_MODE PRE_TEST
       PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")

@@ -350,7 +350,8 @@ std::vector<Model::LateRead> LateReads(const std::vector<LogEntry>& log, const s
 }  // namespace
 
 std::string CompareWithModel(const std::vector<Model::Block>& heard, Model::Feed& model,
-                             const std::vector<LogEntry>& log, const std::string& pipe, std::size_t firstBlock) {
+                             const std::vector<LogEntry>& log, const std::string& pipe, std::size_t firstBlock,
+                             const InspectBlock& inspect) {
     const auto late = LateReads(log, pipe);
     std::size_t lateUsed = 0;
     for (std::size_t index = firstBlock; index < heard.size(); ++index) {
@@ -358,6 +359,7 @@ std::string CompareWithModel(const std::vector<Model::Block>& heard, Model::Feed
         const Model::Block expected = calm.Next();
         if (heard[index] == expected) {
             model = std::move(calm);
+            if (inspect) inspect(heard[index], model);
             continue;
         }
         if (lateUsed < late.size()) {
@@ -365,6 +367,7 @@ std::string CompareWithModel(const std::vector<Model::Block>& heard, Model::Feed
             if (heard[index] == delayed.Next(&late[lateUsed])) {
                 model = std::move(delayed);
                 ++lateUsed;
+                if (inspect) inspect(heard[index], model);
                 continue;
             }
         }

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -120,9 +121,11 @@ private:
 };
 
 // Compares what a client heard, from the content's first block on, with the model; a block that shows a late read of
-// the music file must have its line in the log ("Zeroing out ...") on the thread of the feed's pump. Empty when all is
-// well, otherwise what is wrong.
+// the music file must have its line in the log ("Zeroing out ...") on the thread of the feed's pump. `inspect`, if any,
+// sees each block that was as expected, and the model behind it. Empty when all is well, otherwise what is wrong.
+using InspectBlock = std::function<void(const Model::Block& heard, const Model::Feed& model)>;
 std::string CompareWithModel(const std::vector<Model::Block>& heard, Model::Feed& model,
-                             const std::vector<LogEntry>& log, const std::string& pipe, std::size_t firstBlock = 0);
+                             const std::vector<LogEntry>& log, const std::string& pipe, std::size_t firstBlock = 0,
+                             const InspectBlock& inspect = {});
 
 }  // namespace OrvTest

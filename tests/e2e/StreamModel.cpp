@@ -1,6 +1,7 @@
 #include "tests/e2e/StreamModel.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -25,12 +26,13 @@ std::int16_t Truncate(float value) {
 
 }  // namespace
 
-FilePlayer::FilePlayer(Bytes audio) : audio_(std::move(audio)) {
+FilePlayer::FilePlayer(Sound sound) : audio_(std::move(sound.audio)), compressed_(sound.compressed) {
     frontBytes_ = std::min(ReadBytes, audio_.size());
     eof_ = frontBytes_ == 0;
 }
 
 std::optional<Block> FilePlayer::Next(const LateRead* late) {
+    if (compressed_) return NextDecoded();
     if (eof_) return std::nullopt;
     Bytes block(BlockBytes, 0);
     if (late != nullptr && *late == LateRead::ThisStretch) return ToBlock(block);
@@ -56,11 +58,67 @@ std::optional<Block> FilePlayer::Next(const LateRead* late) {
     return ToBlock(block);
 }
 
+std::optional<Block> FilePlayer::NextDecoded() {
+    if (consumed_ >= audio_.size()) return std::nullopt;
+    Bytes block(audio_.begin() + static_cast<std::ptrdiff_t>(consumed_),
+                audio_.begin() + static_cast<std::ptrdiff_t>(std::min(audio_.size(), consumed_ + BlockBytes)));
+    block.resize(BlockBytes, 0);
+    consumed_ += BlockBytes;
+    return ToBlock(block);
+}
+
+void LevelControl::Apply(Block& block) {
+    if (limit_ == 0) return;
+    const float limit = static_cast<float>(limit_);
+    if (autogain_) peak_ = static_cast<int>(static_cast<double>(peak_) * 0.99);
+    for (std::int16_t& sample : block) {
+        // The magnitude of the lowest sample does not fit 16 bits; it is below every peak.
+        const int magnitude = sample == -32768 ? -32768 : std::abs(static_cast<int>(sample));
+        if (magnitude > peak_) {
+            peak_ = magnitude;
+            const float level = static_cast<float>(magnitude) * gain_;
+            if (level > limit) {
+                const float factor = limit / level;
+                gain_ = factor * gain_;
+            }
+        }
+        sample = Truncate(static_cast<float>(sample) * gain_);
+    }
+    const float level = static_cast<float>(peak_) * gain_;
+    if (autogain_ && peak_ >= 1 && limit > level) {
+        const float gap = limit - level;
+        const float step = gap / 20.0f;
+        const float wanted = step + level;
+        const float factor = wanted / level;
+        gain_ = factor * gain_;
+    }
+    Report();
+}
+
+void LevelControl::Report() {
+    const int percent = static_cast<std::int16_t>(static_cast<int>(static_cast<double>(gain_) * 100.0));
+    if (std::abs(percent - reported_) <= 10) return;
+    reported_ = percent;
+    reports_.push_back(percent);
+}
+
+void LevelControl::EndOfFile() {
+    if (autogain_) return;
+    gain_ = 1.0f;
+    peak_ = 0;
+}
+
 Feed::Feed(NextMusic music) : music_(std::move(music)), file_(FilePlayer(music_())) {}
 
 Feed::Feed(NextMusic music, unsigned pauseSeconds, Draw draw)
     : music_(std::move(music)), draw_(std::move(draw)), pauseSeconds_(pauseSeconds), file_(FilePlayer(music_())) {
     StartPause();
+}
+
+void Feed::Restart(NextMusic music) {
+    music_ = std::move(music);
+    file_.emplace(music_());
+    mask_ = 3;
 }
 
 void Feed::StartPause() {
@@ -141,9 +199,12 @@ Block Feed::Next(const LateRead* late) {
         gain_ = 0.0f;
     }
     if ((mask_ & 2) != 0) overlay = StepOverlay(leadInOver, pauseOver, announcementOver);
-    const Block block = Mix(main, overlay);
+    mixed_ = Mix(main, overlay);
+    Block block = mixed_;
+    if (main || overlay) level_.Apply(block);
 
     if (musicOver) {
+        level_.EndOfFile();
         file_.emplace(music_());
         mask_ = 3;
     }

@@ -4,6 +4,7 @@
 #
 #   ./test.sh                 all of it
 #   ./test.sh -R Settings     what matches, as for ctest
+#   ./test.sh --fuzz          runs each fuzz target for 60 s instead; names behind it choose among them
 set -euo pipefail
 cd "$(dirname "$0")"
 . cmake/packages.sh
@@ -25,6 +26,11 @@ build() {  # preset, targets...
         exit 1
     fi
 }
+if [ "${1:-}" = --fuzz ]; then
+    shift
+    build fuzz
+    exec tests/fuzz/run.sh build/fuzz 60 "$@"
+fi
 build dev
 build asan
 build tsan

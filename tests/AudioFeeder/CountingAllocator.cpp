@@ -9,8 +9,10 @@ namespace {
 
 u64 countedThread = 0;  // 0: nothing is counted
 u64 allocations = 0;
+i64 live = 0;  // simulated threads are fibers of one
 
 void Count() {
+    ++live;
     if (countedThread != 0 && Platform::CurrentThreadId() == countedThread) ++allocations;
 }
 
@@ -28,6 +30,10 @@ u64 StopCounting() {
     return allocations;
 }
 
+i64 LiveAllocations() {
+    return live;
+}
+
 }  // namespace FeederTest
 
 void* operator new(std::size_t size) {
@@ -42,13 +48,16 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
 }
 
 void operator delete(void* memory) noexcept {
+    if (memory != nullptr) --live;
     std::free(memory);
 }
 
 void operator delete(void* memory, std::size_t) noexcept {
+    if (memory != nullptr) --live;
     std::free(memory);
 }
 
 void operator delete(void* memory, const std::nothrow_t&) noexcept {
+    if (memory != nullptr) --live;
     std::free(memory);
 }

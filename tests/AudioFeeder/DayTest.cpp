@@ -1,9 +1,9 @@
 // Goal: a service that runs for months keeps nothing of what it has played. Method: every kind of content at once for a
 // simulated day, with callers that come and go; what is alive in the last minute is what was alive in the first one.
 //
-// Files, pipes' buffers and events come and go within a second, so each minute is sampled, once a block, and its
-// smallest counts are compared: the moment at which no announcement plays and no file is being changed. What must not
-// move at all, threads, served pipes and boxes, has one value.
+// The live source goes and comes back each hour. Files, pipes' buffers and events come and go within a second, so each
+// minute is sampled, once a block, and its smallest counts are compared: the moment at which no announcement plays and
+// no file is being changed. What must not move at all, threads, served pipes and boxes, has one value.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,6 +12,8 @@
 #include "AudioFeeder/AnnouncementTable.h"
 #include "AudioFeeder/PipeManager.h"
 #include "AudioFeeder/SharedValues.h"
+#include "Projects/Common/VoIPFileEngine/MemoryFileCache.h"
+#include "Projects/Common/VoIPFileEngine/MemoryFilePreloader.h"
 #include "Projects/Common/VoIPFileEngine/MusicBox.h"
 #include "ServiceProcess/Log.h"
 #include "tests/AudioFeeder/CountingAllocator.h"
@@ -51,6 +53,43 @@ struct Minute {
     Counts most;
 };
 
+// Another process's feed: a block each 125 ms for its one client, and away for two seconds whenever it is told.
+class Radio {
+public:
+    Radio() : thread_("radio", [this] { Run(); }) {}
+    ~Radio() {
+        stop_ = true;
+        thread_.Join();
+    }
+    void GoAway() { away_ = true; }
+    u64 Blocks() const { return blocks_; }
+
+private:
+    void Run() {
+        const std::string block = RawBytes(Noise(1'000, 9));
+        while (!stop_) {
+            away_ = false;
+            Serve(block);
+            if (!stop_) Sleep(2'000);
+        }
+    }
+    void Serve(const std::string& block) {
+        const auto endpoint = Platform::CreatePipeEndpoint("radio");
+        Platform::SystemError error = 0;
+        const auto instance = endpoint->CreateInstance(error);
+        while (!stop_ && !away_) {
+            Sleep(125);
+            if (instance->PollConnect(error) != Platform::ConnectState::Connected) continue;
+            if (instance->Write(block.data(), block.size()) > 0) ++blocks_;
+        }
+    }
+
+    bool stop_ = false;  // all simulated threads are fibers of one
+    bool away_ = false;
+    u64 blocks_ = 0;
+    Platform::Thread thread_;
+};
+
 class DayTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -65,9 +104,18 @@ protected:
         files.AddFile("/root/Playlist/broken/a.wav", "RIFF, but no more than that: a file that nobody can play");
         files.AddFile("/root/Playlist/broken/b.wav", WavBytes(Noise(24'000, 4)));
         files.AddFile("/root/Playlist/broken/c.raw", "");
+        files.AddFile("/root/Playlist/preloaded/a.wav", WavBytes(Noise(44'000, 7)));
+        std::string resampled = WavBytes(Noise(176'400, 8));
+        resampled.replace(24, 8, std::string("\x44\xAC\0\0\x88\x58\x01\0", 8));  // 44100 Hz
+        files.AddFile("/root/Playlist/preloaded/b.wav", resampled);
         files.AddFile("/default.wav", WavBytes(Noise(80'500, 5)));
         files.AddFile("/spoken.wav", WavBytes(Noise(13'500, 6)));
         files.AddFile("/compressed.wav", AdpcmWav(40, 3));
+    }
+
+    void TearDown() override {
+        Orv::AnnouncementTable::Instance().Clear();
+        Orv::MemoryFileCache::Instance().Clear();
     }
 
     // Blocks of compressed noise: a good header, then anything.
@@ -94,6 +142,13 @@ protected:
         IPipeManager::Instance()->UpdateFeed(row, {});
     }
     static void AddEveryKind() {
+        Orv::MemoryFilePreloader preloader(1 << 20);
+        ASSERT_TRUE(preloader.Load("/root/Playlist/preloaded/a.wav"));
+        ASSERT_TRUE(preloader.Load("/root/Playlist/preloaded/b.wav"));
+        AddFeed("preloaded", "preloaded", 3, {});
+        // Nothing to play but the default audio file, which is a live source at that moment and never ends.
+        Orv::SetDefaultAudioFile("\\\\.\\pipe\\radio");
+        AddFeed("live", "nowhere", 3, {{"maxvolume", 70}, {"autogain", 1}});
         Orv::SetDefaultAudioFile("/default.wav");
         Orv::SetMaxVolume(80);
         Orv::SetAutogain(true);
@@ -135,7 +190,8 @@ protected:
     }
     // Somebody calls, hears a second of each feed, and hangs up.
     static void CallEveryFeed() {
-        for (const char* pipe : {"sorted", "shuffled", "compressed", "default", "broken", "missing"}) {
+        for (const char* pipe :
+             {"sorted", "shuffled", "compressed", "default", "broken", "missing", "live", "preloaded"}) {
             Client caller(pipe);
             EXPECT_EQ(caller.ReadBlocks(8).size(), 8'000U) << pipe;
         }
@@ -148,6 +204,7 @@ protected:
 TEST_F(DayTest, AfterADayOfEveryKindOfContentThreadsDescriptorsAndObjectsAreThoseOfTheFirstMinute) {
     world_.Run([&] {
         Orv::LogWriter::Instance().SetLogLevel(0);
+        Radio radio;
         AddEveryKind();
         // No Listener: it would keep a day of sound.
         bool stop = false;
@@ -163,8 +220,9 @@ TEST_F(DayTest, AfterADayOfEveryKindOfContentThreadsDescriptorsAndObjectsAreThos
         const Minute first = SampleAMinute();
         const u64 opensAMinute = world_.Files().Counters().opens - opensBefore;
         while (Now() - start < u64{kHours} * kHourMilliseconds - 2 * kMinuteMilliseconds) {
+            radio.GoAway();
             CallEveryFeed();
-            Sleep(std::min<u64>(kHourMilliseconds - 10 * 1'000,
+            Sleep(std::min<u64>(kHourMilliseconds - 20 * 1'000,
                                 u64{kHours} * kHourMilliseconds - 2 * kMinuteMilliseconds - (Now() - start) + 1));
         }
         const Minute last = SampleAMinute();
@@ -188,6 +246,8 @@ TEST_F(DayTest, AfterADayOfEveryKindOfContentThreadsDescriptorsAndObjectsAreThos
         EXPECT_GE(heard, minutes * 60 * 8);
         stop = true;
         listener.Join();
+        EXPECT_GE(radio.Blocks(), minutes * 60 * 7) << "a live source that somebody plays";
+        Orv::IPipeManager::StopAll();  // before the source goes
         std::printf(
             "threads %llu, pipes %llu to %llu, files %llu to %llu, objects %lld to %lld; at the end %lld to %lld\n",
             static_cast<unsigned long long>(first.least.threads), static_cast<unsigned long long>(first.least.pipes),

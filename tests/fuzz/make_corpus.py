@@ -64,14 +64,17 @@ def wave_files():
         "data-header-cut": riff(PCM + chunk(b"LIST", bytes(30)) + b"data\x10\0"),
         "empty-chunks": riff(PCM + 40 * chunk(b"void", b"") + chunk(b"data", audio)),
         "stereo": riff(chunk(b"fmt ", fmt(1, 2, 8000, 16, 4)) + chunk(b"data", audio)),
-        "rate-44100": riff(chunk(b"fmt ", fmt(1, 1, 44100, 16, 2)) + chunk(b"data", audio)),
     }
+    for rate in (7999, 8001, 11025, 16000, 22050, 32000, 44100, 48000, 96000, 0x80000000, 0xFFFFFFFF):
+        files["rate-%d" % rate] = riff(chunk(b"fmt ", fmt(rate=rate)) + chunk(b"data", tone(200)))
     for length in LENGTHS:
         name = "%08x" % length
         files["riff-length-" + name] = riff(PCM + chunk(b"data", audio), length)
         files["fmt-length-" + name] = riff(chunk(b"fmt ", fmt(), length) + chunk(b"data", audio))
         files["list-length-" + name] = riff(PCM + chunk(b"LIST", audio, length) + chunk(b"data", audio))
         files["data-length-" + name] = riff(PCM + chunk(b"data", audio, length))
+        files["rate-44100-data-length-" + name] = riff(
+            chunk(b"fmt ", fmt(rate=44100)) + chunk(b"data", audio, length))
         files["adpcm-data-length-" + name] = riff(ADPCM + chunk(b"data", adpcm_block(7), length))
     return files
 

@@ -5,7 +5,7 @@ set -euo pipefail
 build=$1 seconds=$2
 shift 2
 corpus=$(cd "$(dirname "$0")" && pwd)/corpus
-declare -A kept=([riff_walk]=wave [adpcm_decoder]=adpcm [content_name]=names [settings_file]=settings)
+declare -A kept=([riff_walk]=wave [whole_file]=wave [adpcm_decoder]=adpcm [content_name]=names [settings_file]=settings)
 [ $# -gt 0 ] || set -- "${!kept[@]}"
 
 fuzz() {  # target

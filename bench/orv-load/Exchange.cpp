@@ -32,9 +32,23 @@ std::string PasswordOf(const std::string& user) {
 
 i32 TypeOf(const std::string& type, u32 feed) {
     if (type == "default") return kDefaultSet;
-    if (type == "sorted" || type == "marked") return kSorted;
+    if (type == "sorted" || type == "marked" || type == "counted") return kSorted;
     if (type == "shuffled") return kShuffled;
     return feed % 2 == 0 ? kSorted : kShuffled;
+}
+
+// The first `count` pieces of a folder, in alphabetical order.
+std::vector<std::string> Music(const std::string& folder, u32 count) {
+    std::vector<std::string> files;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(folder, error)) {
+        const fs::path ending = entry.path().extension();
+        if (ending == ".wav" || ending == ".raw") files.push_back(entry.path());
+    }
+    if (files.empty()) throw LoadError("No .wav or .raw file in " + folder + "; name a folder with --music");
+    std::sort(files.begin(), files.end());
+    if (files.size() > count) files.resize(count);
+    return files;
 }
 
 Orv::Change Put(const char* table, const std::string& key, std::vector<std::pair<std::string, Orv::Value>> values) {
@@ -42,6 +56,10 @@ Orv::Change Put(const char* table, const std::string& key, std::vector<std::pair
 }
 
 }  // namespace
+
+std::string FirstPiece(const std::string& folder) {
+    return Music(folder, 1).front();
+}
 
 Exchange::Exchange(const ExchangeOptions& options) : options_(options), folder_(options.keep) {
     CopyMusic();
@@ -53,20 +71,15 @@ void Exchange::CopyMusic() const {
     const fs::path playlist = fs::path(Prompts()) / "Playlist" / kMusicFolder;
     fs::create_directories(playlist);
     fs::create_directories(folder_ / "d/Data/Logs");
-    if (options_.type == "marked") {
-        WriteMarkedFile(playlist / "marked.wav");
-    } else {
-        std::vector<fs::path> files;
-        std::error_code error;
-        for (const auto& entry : fs::directory_iterator(options_.music, error)) {
-            const fs::path ending = entry.path().extension();
-            if (ending == ".wav" || ending == ".raw") files.push_back(entry.path());
-        }
-        if (files.empty())
-            throw LoadError("No .wav or .raw file in " + options_.music + "; name a folder with --music");
-        std::sort(files.begin(), files.end());
-        if (files.size() > options_.pieces) files.resize(options_.pieces);
-        for (const fs::path& file : files) fs::copy_file(file, playlist / file.filename());
+    u32 pieces = options_.pieces;
+    if (options_.type == "marked" || options_.type == "counted") {
+        // In front of all others, so that the content begins with it.
+        const std::string file = playlist / "0.wav";
+        options_.type == "marked" ? WriteMarkedFile(file) : WriteCountedFile(file);
+        --pieces;
+    }
+    for (const std::string& file : Music(options_.music, pieces)) {
+        fs::copy_file(file, playlist / fs::path(file).filename());
     }
     if (options_.announcement.empty()) return;
     std::error_code error;
@@ -127,9 +140,9 @@ void Exchange::FillTables() {
             break;
         }
     }
-    if (!options_.announcement.empty()) {
-        changes.push_back(
-            Put("ANNOUNCEMENT", "announcement", {{"thetype", i32{0}}, {"thefile", Prompts() + "/announcement.wav"}}));
+    for (u32 i = 0; i < options_.announcementRows && !options_.announcement.empty(); ++i) {
+        changes.push_back(Put("ANNOUNCEMENT", "announcement" + std::to_string(i),
+                              {{"thetype", i32{0}}, {"thefile", Prompts() + "/announcement.wav"}}));
     }
     Apply(changes);
     for (u32 first = 0; first < options_.feeds; first += kRowsAtOnce) {
@@ -151,8 +164,8 @@ std::vector<Orv::Change> Exchange::FeedRows(u32 first, u32 end) const {
     return changes;
 }
 
-Orv::Change Exchange::VolumeChange(u32 feed, i32 percent) const {
-    return {"AUDIOFEED", Orv::Action::Set, 0, "f" + std::to_string(feed), {{"maxvolume", percent}}};
+Orv::Change FeedChange(u32 feed, const char* column, i32 value) {
+    return {"AUDIOFEED", Orv::Action::Set, 0, "f" + std::to_string(feed), {{column, value}}};
 }
 
 bool Exchange::ServiceIsConnected() {

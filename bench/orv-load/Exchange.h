@@ -16,8 +16,9 @@ struct ExchangeOptions {
     std::string music;         // folder of *.wav and *.raw
     u32 pieces = 5;            // so many of them, in alphabetical order
     std::string announcement;  // one file; empty: none
+    u32 announcementRows = 1;  // rows that play it: of n + 1 draws one is a pause
     u32 feeds = 100;
-    std::string type = "mixed";  // sorted, shuffled, mixed (every other one), default, marked (see Marks.h)
+    std::string type = "mixed";  // sorted, shuffled, mixed (every other one), default, marked, counted (see Marks.h)
     bool announcements = true;   // each feed plays them, after pauses of 2 to 8 seconds
     i32 minPause = 2;
     i32 maxPause = 8;
@@ -26,6 +27,12 @@ struct ExchangeOptions {
     i32 logLevel = 1;
     bool keep = false;  // the folder
 };
+
+// The first file of a folder of music, in alphabetical order; throws when there is none.
+std::string FirstPiece(const std::string& folder);
+
+// For Exchange::Apply(): one column of one feed.
+Orv::Change FeedChange(u32 feed, const char* column, i32 value);
 
 class Exchange {
 public:
@@ -43,7 +50,6 @@ public:
 
     // One transaction.
     void Apply(const std::vector<Orv::Change>& changes);
-    Orv::Change VolumeChange(u32 feed, i32 percent) const;
 
     pid_t Service() const { return service_.Pid(); }
     bool ServiceRuns() { return service_.Running(); }

@@ -18,12 +18,9 @@ void Append(std::string& text, u32 value, u32 bytes) {
     for (u32 i = 0; i < bytes; ++i) text += static_cast<char>(value >> (8 * i) & 0xff);
 }
 
-}  // namespace
-
-void WriteMarkedFile(const std::string& path) {
-    constexpr u32 kSamples = kMarkedFileSeconds * kRate;
+std::string WaveHeader(u32 samples) {
     std::string text = "RIFF";
-    Append(text, 36 + 2 * kSamples, 4);
+    Append(text, 36 + 2 * samples, 4);
     text += "WAVEfmt ";
     Append(text, 16, 4);
     Append(text, 1, 2);
@@ -33,7 +30,48 @@ void WriteMarkedFile(const std::string& path) {
     Append(text, 2, 2);
     Append(text, 16, 2);
     text += "data";
-    Append(text, 2 * kSamples, 4);
+    Append(text, 2 * samples, 4);
+    return text;
+}
+
+// Two rounds of the count, so that a block can begin anywhere in the first.
+const std::vector<u16>& Count() {
+    static const std::vector<u16> count = [] {
+        std::vector<u16> samples(2 * 65536);
+        for (u32 i = 0; i < samples.size(); ++i) samples[i] = static_cast<u16>(i);
+        return samples;
+    }();
+    return count;
+}
+
+}  // namespace
+
+void WriteCountedFile(const std::string& path) {
+    constexpr u32 kSamples = kCountedFileSeconds * kRate;
+    std::string text = WaveHeader(kSamples);
+    for (u32 i = 0; i < kSamples; ++i) Append(text, i & 0xffff, 2);
+    WriteText(path, text);
+}
+
+void CountedCheck::Take(u32 client, const u8* data) {
+    i32& next = next_[client];
+    u16 first = 0;
+    std::memcpy(&first, data, sizeof first);
+    const bool whole = std::memcmp(data, Count().data() + first, kBlockBytes) == 0;
+    if (next == kUnknown) {
+        if (!whole) return;
+        ++settled_;
+    } else if (whole && first == next) {
+        ++continued_;
+    } else {
+        ++broken_;
+    }
+    next = static_cast<u16>(first + kBlockSamples);
+}
+
+void WriteMarkedFile(const std::string& path) {
+    constexpr u32 kSamples = kMarkedFileSeconds * kRate;
+    std::string text = WaveHeader(kSamples);
     for (u32 i = 0; i < kSamples; ++i) {
         const double tone = i < kMarkSeconds * kRate ? kHighTone : kLowTone;
         // Off zero, so that no sample of the tone is one.

@@ -4,30 +4,18 @@
 #include <cmath>
 
 #include "bench/orv-load/Child.h"
+#include "bench/orv-load/Marks.h"
 
 namespace OrvLoad {
 namespace {
 
 constexpr char kOwnProgram[] = "/proc/self/exe";
 
-double Rounded(double value, int digits) {
-    const double scale = std::pow(10.0, digits);
-    return std::round(value * scale) / scale;
-}
-
-double Milliseconds(i64 nanoseconds) {
-    return Rounded(static_cast<double>(nanoseconds) / kMillisecond, 1);
-}
-
 i64 FromSeconds(double seconds) {
     return static_cast<i64>(seconds * kSecond);
 }
 
-u32 FeedsWithClient(u32 feeds, u64 clients) {
-    return static_cast<u32>(std::min<u64>(feeds, clients));
-}
-
-Json Lateness(const Heard& heard) {
+Json DescribeLateness(const Heard& heard) {
     return {{"p50_ms", Milliseconds(heard.lateness.Quantile(0.5))},
             {"p99_ms", Milliseconds(heard.lateness.Quantile(0.99))},
             {"p99_9_ms", Milliseconds(heard.lateness.Quantile(0.999))},
@@ -37,6 +25,15 @@ Json Lateness(const Heard& heard) {
 }
 
 }  // namespace
+
+double Rounded(double value, int digits) {
+    const double scale = std::pow(10.0, digits);
+    return std::round(value * scale) / scale;
+}
+
+double Milliseconds(i64 nanoseconds) {
+    return Rounded(static_cast<double>(nanoseconds) / kMillisecond, 1);
+}
 
 void AttachAll(Listeners& listeners, std::vector<Seat> seats) {
     listeners.Attach(std::move(seats));
@@ -82,7 +79,7 @@ Json Measure(const MeasureOptions& options, pid_t process, u32 feeds, Listeners&
         {"clients_torn", heard.torn},
         {"clients_ended", heard.ended},
         {"drift_blocks", heard.drift},
-        {"lateness", Lateness(heard)},
+        {"lateness", DescribeLateness(heard)},
         {"pss_kib_per_feed", Rounded(static_cast<double>(holding.pssBytes) / 1024 / feeds, 1)},
         {"kernel_kib_per_feed", Rounded(kernel / 1024 / feeds, 1)},
         {"kernel_stack_kib_per_feed",
@@ -96,19 +93,31 @@ Json Measure(const MeasureOptions& options, pid_t process, u32 feeds, Listeners&
                                                        std::max<double>(1, static_cast<double>(heard.clients)),
                                                    4)},
         {"processors_busy",
-         Rounded(static_cast<double>(machine.busyTime - machineBefore.busyTime) / static_cast<double>(took), 2)},
-        {"feeds_with_client", FeedsWithClient(feeds, heard.clients)}};
+         Rounded(static_cast<double>(machine.busyTime - machineBefore.busyTime) / static_cast<double>(took), 2)}};
 }
 
 Json MeasureService(const MeasureOptions& options, const ExchangeOptions& exchangeOptions, u32 clients) {
     Exchange exchange(exchangeOptions);
     const Machine before = ReadMachine();
     const Exchange::BuildTimes built = exchange.StartService();
+    CountedCheck counted(clients);  // outlives the listeners
     Listeners listeners(options.period);
-    AttachAll(listeners, exchange.Seats(clients));
+    std::vector<Seat> seats = exchange.Seats(clients);
+    const bool isCounted = exchangeOptions.type == "counted";
+    for (u32 i = 0; i < clients && isCounted; ++i) seats[i].tap = counted.TapFor(i);
+    AttachAll(listeners, std::move(seats));
     Json row = Measure(options, exchange.Service(), exchangeOptions.feeds, listeners, before);
+    if (isCounted) {
+        row["counted_continued"] = counted.Continued();
+        row["counted_broken"] = counted.Broken();
+        row["counted_unsettled"] = counted.Unsettled();
+    }
     row["built_ms"] = Milliseconds(built.fromConnection);
     row["stop_ms"] = Milliseconds(exchange.StopService(120 * kSecond));
+    // What the sockets still hold is read to its end.
+    WaitFor(2 * kSecond, [&] { return listeners.Ended() == clients; });
+    row["ends_heard"] = listeners.Ended();
+    row["logs_backed_up"] = exchange.BackedUpLogs();
     return row;
 }
 

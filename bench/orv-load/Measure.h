@@ -12,6 +12,9 @@ namespace OrvLoad {
 
 using Json = nlohmann::ordered_json;
 
+double Rounded(double value, int digits);
+double Milliseconds(i64 nanoseconds);  // to a tenth
+
 struct MeasureOptions {
     double seconds = 30;            // that are measured
     double settle = 5;              // between the last client's first block and the first that counts

@@ -81,6 +81,22 @@ std::string MeasurementTable(const std::vector<Json>& rows) {
     return AlignTable(lines);
 }
 
+std::string DescribeLoss(const Json& row) {
+    constexpr std::pair<const char*, const char*> kLosses[] = {
+        {"blocks_missing", "blocks are missing"},
+        {"clients_torn", "clients hold half a block"},
+        {"clients_ended", "clients saw the end"},
+        {"drift_blocks", "blocks behind the grid"},
+        {"counted_broken", "blocks do not follow the one before"},
+        {"counted_unsettled", "clients never heard the count"}};
+    std::string text;
+    for (const auto& [name, words] : kLosses) {
+        if (!row.contains(name) || row[name] == 0) continue;
+        text += (text.empty() ? "" : ", ") + row[name].dump() + " " + words;
+    }
+    return text;
+}
+
 Json DescribeMachine() {
     utsname system{};
     ::uname(&system);
@@ -93,6 +109,13 @@ Json DescribeMachine() {
             {"memory_gib", pages / 1024},
             {"kernel", system.release},
             {"date", date}};
+}
+
+std::string MachineMarkdown() {
+    const Json machine = DescribeMachine();
+    return "Measured " + Text(machine["date"]) + " on " + Text(machine["processors"]) + " processors (" +
+           Text(machine["processor"]) + "), " + Text(machine["memory_gib"]) + " GiB, Linux " + Text(machine["kernel"]) +
+           ".\n";
 }
 
 }  // namespace OrvLoad

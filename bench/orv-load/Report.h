@@ -12,7 +12,10 @@ namespace OrvLoad {
 std::string AlignTable(const std::vector<std::vector<std::string>>& lines);
 // The measured rows; each has its "what".
 std::string MeasurementTable(const std::vector<Json>& rows);
+// What was lost, in words; empty when nothing was.
+std::string DescribeLoss(const Json& row);
 // What the machine is: processors, memory, kernel, date.
 Json DescribeMachine();
+std::string MachineMarkdown();
 
 }  // namespace OrvLoad

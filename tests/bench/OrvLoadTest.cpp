@@ -1,0 +1,198 @@
+// The load tool must tell the truth: it finds nothing lost where nothing is, and says so where something is.
+//
+// What it does with real processes runs as a program; what tells good from bad is tested with bytes made here.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+#include "bench/orv-load/Histogram.h"
+#include "bench/orv-load/Listeners.h"
+#include "bench/orv-load/Marks.h"
+#include "bench/orv-load/Report.h"
+#include "tests/support/Process.h"
+
+namespace OrvLoad {
+namespace {
+
+std::vector<u8> CountedBlock(u32 first) {
+    std::vector<u8> block;
+    for (u32 i = 0; i < kBlockSamples; ++i) {
+        block.push_back(static_cast<u8>(first + i));
+        block.push_back(static_cast<u8>((first + i) >> 8));
+    }
+    return block;
+}
+
+// A pipe of the test's own, with one client of `listeners` on it.
+class OwnPipe {
+public:
+    OwnPipe(Listeners& listeners, const std::string& path) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::memcpy(address.sun_path, path.c_str(), path.size());
+        const int server = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        EXPECT_EQ(::bind(server, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(::listen(server, 1), 0);
+        listeners.Attach({{path, 0}});
+        client_ = ::accept(server, nullptr, nullptr);
+        ::close(server);
+    }
+    ~OwnPipe() { ::close(client_); }
+    void Send(u32 bytes) const {
+        const std::string data(bytes, 'x');
+        EXPECT_EQ(::send(client_, data.data(), data.size(), MSG_NOSIGNAL), static_cast<ssize_t>(data.size()));
+    }
+
+private:
+    int client_ = -1;
+};
+
+nlohmann::json RunLoad(std::vector<std::string> arguments) {
+    const OrvTest::TempFolder folder;
+    const std::string json = folder / "result.json";
+    arguments.insert(arguments.begin(), std::string(ORV_BIN_FOLDER) + "/orv-load");
+    arguments.insert(arguments.end(), {"--json", json});
+    const OrvTest::RunResult result = OrvTest::Run(arguments, "", 100000);
+    EXPECT_EQ(result.exitCode, 0) << result.output << result.error;
+    return nlohmann::json::parse(OrvTest::ReadFileText(json));
+}
+
+TEST(OrvLoadTest, AHundredFeedsWithAClientEachLoseNothing) {
+    const auto result = RunLoad({"--feeds", "100", "--seconds", "8", "--settle", "3", "--type", "counted",
+                                 "--no-announcements", "--limiter", "0", "--with-floor"});
+    const auto& row = result["rows"][0];
+    EXPECT_EQ(row["clients"], 100);
+    EXPECT_EQ(row["blocks_missing"], 0);
+    EXPECT_EQ(row["clients_ended"], 0);
+    EXPECT_EQ(row["drift_blocks"], 0);
+    EXPECT_EQ(row["lateness"]["early_ms"], 0.0);
+    // Eight blocks a second; one more or less of each client may lie across the ends of the measurement.
+    EXPECT_NEAR(row["blocks"].get<double>(), 100 * 8 * row["seconds"].get<double>(), 250);
+    // Every sample of every block follows the one before.
+    EXPECT_EQ(row["counted_broken"], 0);
+    EXPECT_EQ(row["counted_unsettled"], 0);
+    EXPECT_GT(row["counted_continued"].get<u64>(), row["blocks"].get<u64>());
+    // The measured process is the service with its hundred pumps, and the floor has as many.
+    EXPECT_GE(row["threads"].get<u64>(), 100U);
+    EXPECT_LE(row["descriptors_per_feed"].get<double>(), 4);
+    EXPECT_GT(row["ms_per_feed_second"].get<double>(), 0);
+    EXPECT_EQ(row["ends_heard"], 100);
+    EXPECT_GE(row["logs_backed_up"].get<u64>(), 1U);
+    const auto& floor = result["rows"][1];
+    EXPECT_GE(floor["threads"].get<u64>(), 100U);
+    EXPECT_EQ(floor["blocks_missing"], 0);
+    EXPECT_NEAR(floor["blocks"].get<double>(), 100 * 8 * floor["seconds"].get<double>(), 250);
+}
+
+TEST(OrvLoadTest, OneChangeOfAFeedIsHeardAndTimed) {
+    const OrvTest::TempFolder folder;
+    const std::string json = folder / "result.json";
+    OrvTest::Run({std::string(ORV_BIN_FOLDER) + "/orv-load", "change", "--few", "10", "--changes", "5", "--json", json},
+                 "", 60000);
+    const auto result = nlohmann::json::parse(OrvTest::ReadFileText(json));
+    EXPECT_EQ(result["rows"][0]["lost"], 0);
+    EXPECT_GT(result["rows"][0]["p50_ms"].get<double>(), 0);
+    EXPECT_LT(result["rows"][0]["p50_ms"].get<double>(), 5000);
+}
+
+TEST(CountedCheckTest, ABlockThatIsMissingIsBroken) {
+    CountedCheck check(1);
+    const BlockTap tap = check.TapFor(0);
+    EXPECT_EQ(check.Unsettled(), 1U);
+    tap(0, CountedBlock(0).data(), 0);
+    tap(1, CountedBlock(1000).data(), 0);
+    EXPECT_EQ(check.Continued(), 1U);
+    tap(3, CountedBlock(3000).data(), 0);
+    EXPECT_EQ(check.Broken(), 1U);
+    EXPECT_EQ(check.Unsettled(), 0U);
+}
+
+TEST(CountedCheckTest, OneSampleThatIsWrongBreaksItsBlock) {
+    CountedCheck check(1);
+    const BlockTap tap = check.TapFor(0);
+    tap(0, CountedBlock(65000).data(), 0);
+    std::vector<u8> block = CountedBlock(66000);  // behind the wrap-around
+    tap(1, block.data(), 0);
+    EXPECT_EQ(check.Broken(), 0U);
+    block = CountedBlock(67000);
+    block[1999] ^= 1;
+    tap(2, block.data(), 0);
+    EXPECT_EQ(check.Broken(), 1U);
+}
+
+TEST(ListenersTest, AClientThatIsShortOfBlocksIsTold) {
+    const OrvTest::TempFolder folder;
+    Listeners listeners(kMillisecond);
+    const OwnPipe pipe(listeners, folder / "p");
+    pipe.Send(kBlockBytes);
+    ASSERT_TRUE(listeners.WaitForFirstBlocks(10 * kSecond));
+    listeners.BeginWindow();
+    // Blocks 1 to 3 are due by now and nothing comes: block 0 was 275 ms overdue, and 250 ms are allowed.
+    SleepFor(600 * kMillisecond);
+    const Heard heard = listeners.EndWindow();
+    EXPECT_GE(heard.missing, 3U);
+}
+
+TEST(ListenersTest, BlocksAreHeldAgainstTheGrid) {
+    const OrvTest::TempFolder folder;
+    Listeners listeners(kMillisecond);
+    const OwnPipe pipe(listeners, folder / "p");
+    pipe.Send(kBlockBytes);
+    ASSERT_TRUE(listeners.WaitForFirstBlocks(10 * kSecond));
+    listeners.BeginWindow();
+    // Block 1 is 150 ms overdue at once, and it takes its time.
+    SleepFor(300 * kMillisecond);
+    pipe.Send(kBlockBytes);
+    // Nine blocks more than are due.
+    pipe.Send(9 * kBlockBytes + 1);
+    ASSERT_TRUE(WaitFor(10 * kSecond, [&] { return listeners.BlocksOf(0) == 11; }));
+    const Heard heard = listeners.EndWindow();
+    EXPECT_EQ(heard.blocks, 10U);
+    EXPECT_GE(heard.lateness.Max(), 450 * kMillisecond);
+    EXPECT_GE(heard.lateBlocks, 1U);
+    EXPECT_GT(heard.earliest, 200 * kMillisecond);
+    EXPECT_EQ(heard.torn, 1U);
+}
+
+TEST(HistogramTest, AQuantileIsTheTimeThatItsShareDoesNotPass) {
+    Histogram histogram;
+    EXPECT_EQ(histogram.Quantile(0.5), 0);
+    for (i64 i = 1; i <= 1000; ++i) histogram.Add(i * kMillisecond - 1);
+    EXPECT_EQ(histogram.Quantile(0.5), 500 * kMillisecond);
+    EXPECT_EQ(histogram.Quantile(0.99), 990 * kMillisecond);
+    EXPECT_EQ(histogram.Quantile(1), 1000 * kMillisecond - 1);
+    EXPECT_EQ(histogram.Max(), 1000 * kMillisecond - 1);
+}
+
+TEST(ReportTest, EveryKindOfLossIsSaid) {
+    EXPECT_EQ(DescribeLoss({{"blocks_missing", 0}, {"drift_blocks", 0}}), "");
+    EXPECT_EQ(DescribeLoss({{"blocks_missing", 2}, {"clients_ended", 1}}),
+              "2 blocks are missing, 1 clients saw the end");
+    EXPECT_EQ(DescribeLoss({{"counted_broken", 3}}), "3 blocks do not follow the one before");
+}
+
+TEST(MarksTest, TheHighToneIsTheMarkAtAnyLevel) {
+    const OrvTest::TempFolder folder;
+    WriteMarkedFile(folder / "m.wav");
+    const std::string file = OrvTest::ReadFileText(folder / "m.wav");
+    ASSERT_EQ(file.size(), 44U + kMarkedFileSeconds * 16000);
+    const auto block = [&](u32 number) {
+        std::vector<i16> samples(kBlockSamples);
+        std::memcpy(samples.data(), file.data() + 44 + number * kBlockBytes, kBlockBytes);
+        for (i16& sample : samples) sample = static_cast<i16>(sample / 8);
+        std::vector<u8> bytes(kBlockBytes);
+        std::memcpy(bytes.data(), samples.data(), kBlockBytes);
+        return bytes;
+    };
+    EXPECT_TRUE(IsMark(block(0).data()));
+    EXPECT_TRUE(IsMark(block(7).data()));
+    EXPECT_FALSE(IsMark(block(8).data()));
+    EXPECT_FALSE(IsMark(block(100).data()));
+    EXPECT_FALSE(IsMark(std::vector<u8>(kBlockBytes).data()));
+}
+
+}  // namespace
+}  // namespace OrvLoad

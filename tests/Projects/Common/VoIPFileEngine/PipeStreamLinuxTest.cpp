@@ -55,11 +55,19 @@ private:
     u16 last_ = 0;
 };
 
-// Pulls frames until it is stopped; each must be silence or one unbroken run of the stream.
+// Pulls frames until it is told to leave; each must be silence or one unbroken run of the stream.
 class Puller {
 public:
-    explicit Puller(std::atomic<bool>& stop) : stop_(stop), thread_("puller", [this] { Pull(); }) {}
-    void Join() { thread_.Join(); }
+    // Returns once the stream is open: two that open at once may connect twice for a moment, and this server has one
+    // instance.
+    Puller() : thread_("puller", [this] { Pull(); }) {
+        EXPECT_TRUE(OrvTest::Eventually([this] { return open_.load(); }));
+    }
+    ~Puller() { Leave(); }
+    void Leave() {
+        stop_.store(true);
+        if (thread_.Joinable()) thread_.Join();
+    }
     u64 Heard() const { return heard_.load(); }
 
 private:
@@ -67,6 +75,7 @@ private:
         u8 block[kFrameBytes];
         MTObjects::THolder<IPipeStream> stream(new IPipeStream(1));
         EXPECT_TRUE(stream->Open(kRadio, block, kFrameBytes));
+        open_.store(true);
         while (!stop_.load()) {
             const TestData::Pulled pulled = TestData::Pull(*stream);
             ASSERT_NE(pulled.frame, nullptr);
@@ -81,7 +90,8 @@ private:
         }
     }
 
-    std::atomic<bool>& stop_;
+    std::atomic<bool> stop_{false};
+    std::atomic<bool> open_{false};
     std::atomic<u64> heard_{0};
     Platform::Thread thread_;
 };
@@ -90,19 +100,17 @@ private:
 // Method: three turns of the ring; the source waits for its readers, as in life they keep its pace, so that none is
 // ever further behind than the ring allows.
 TEST_F(PipeStreamLinuxTest, TwoReadersPlayWhatComesWhileTheRingTurns) {
-    std::atomic<bool> stop{false};
-    Puller first(stop);
-    Puller second(stop);
+    Puller first;
+    Puller second;
     {
         Server server;
         for (u64 block = 1; block <= 100; ++block) {
             server.Send(kFrameBytes / 2);
             ASSERT_TRUE(OrvTest::Eventually([&] { return first.Heard() >= block && second.Heard() >= block; }));
         }
-        // The readers leave before the source does: a loss is not fenced off from who is inside a frame.
-        stop.store(true);
-        first.Join();
-        second.Join();
+        // The readers leave while the source is still there: a loss is not fenced off from who is inside a frame.
+        first.Leave();
+        second.Leave();
     }
     EXPECT_EQ(first.Heard(), 100u);
     EXPECT_EQ(second.Heard(), 100u);

@@ -1,4 +1,4 @@
-# Sourced by run.sh and test.sh: what they need of Debian, and how it gets there.
+# Sourced by run.sh, test.sh and bench/run.sh: what they need of Debian, and how it gets there.
 
 # Builds and runs the system.
 ORV_RUN_PACKAGES="g++ cmake ninja-build pkg-config libgrpc++-dev protobuf-compiler protobuf-compiler-grpc libprotobuf-dev
@@ -7,6 +7,10 @@ libsqlite3-dev libsodium-dev libcli11-dev nlohmann-json3-dev asterisk-moh-opsoun
 # Proves it.
 ORV_TEST_PACKAGES="$ORV_RUN_PACKAGES clang libclang-rt-14-dev clang-format libgtest-dev libgmock-dev sox ffmpeg
 util-linux ccache binutils python3"
+
+# Measures it, beside others.
+ORV_BENCH_PACKAGES="$ORV_RUN_PACKAGES libbenchmark-dev ffmpeg gstreamer1.0-tools gstreamer1.0-plugins-base
+gstreamer1.0-plugins-good python3"
 
 # Installs those of the named packages that are missing, and says so.
 orv_install() {

@@ -11,6 +11,8 @@
 namespace OrvLoad {
 namespace {
 
+constexpr i64 kPumpPace = 100 * kMillisecond;
+
 // When each client has heard the beginning of the marked file anew.
 class Marks {
 public:
@@ -128,6 +130,8 @@ void MeasureManyChanges(Session& session) {
         last = std::max(last, marks.HeardAt(feed));
     }
     const i64 took = last - begin;
+    // A window of seconds need not meet the latest phase of a pump; and clients look each `period`.
+    const i64 allowed = std::max(before.lateness.Max(), kPumpPace) + 2 * session.measure.period;
     Keep(session, "many changes",
          {{"feeds", session.feeds},
           {"changed", half},
@@ -147,7 +151,7 @@ void MeasureManyChanges(Session& session) {
     session.goals.push_back({"latest block of the other feeds meanwhile", "no later than without it",
                              Text(Milliseconds(during.lateness.Max()), "ms") + ", without it " +
                                  Text(Milliseconds(before.lateness.Max()), "ms"),
-                             during.lateness.Max() <= before.lateness.Max() && during.missing == 0});
+                             during.lateness.Max() <= allowed && during.missing == 0});
 }
 
 void MeasureOneChange(Session& session) {

@@ -213,9 +213,8 @@ void Listeners::TakeBlocks(Client& client, const u8* data, u64 size, i64 arrival
     const u64 endBlock = client.bytes / kBlockBytes;
     if (firstBlock == 0 && endBlock > 0) BeginGrid(client, arrival);
     if (client.seat.tap) Feed(client, data, size, arrival);
-    if (!inWindow_) return;
     for (u64 block = firstBlock; block < endBlock; ++block) Account(client, block, arrival);
-    if (phase != 0) return;
+    if (!inWindow_ || phase != 0) return;
     for (u64 at = 0; at + kBlockBytes <= size; at += kBlockBytes) heard_.silentBlocks += IsSilent(data + at) ? 1 : 0;
 }
 
@@ -223,14 +222,23 @@ void Listeners::BeginGrid(Client& client, i64 arrival) {
     client.firstBlockAt = arrival;
     --withoutFirstBlock_;
     i64& ofFeed = gridOfFeed_[client.seat.feed];
-    // One that comes later, at another pass of the pump, begins with the block that is due then.
     const bool isFirst = ofFeed == 0;
     if (isFirst) ofFeed = arrival - kFirstBlockOverdue;
-    client.gridStart = isFirst ? ofFeed : ofFeed + (arrival - ofFeed) / kBlockTime * kBlockTime;
+    // One that comes later begins with a block that is due about now. Which one shows by the next ones: none is early.
+    client.gridIsGuess = !isFirst;
+    client.gridStart = isFirst ? ofFeed : ofFeed + (arrival + kEarlyTolerance - ofFeed) / kBlockTime * kBlockTime;
+}
+
+i64 Listeners::LatenessOf(Client& client, u64 block, i64 arrival) {
+    const i64 lateness = arrival - client.gridStart - static_cast<i64>(block) * kBlockTime;
+    if (!client.gridIsGuess || lateness >= -kEarlyTolerance) return lateness;
+    client.gridStart -= kBlockTime;
+    return lateness + kBlockTime;
 }
 
 void Listeners::Account(Client& client, u64 block, i64 arrival) {
-    const i64 lateness = arrival - client.gridStart - static_cast<i64>(block) * kBlockTime;
+    const i64 lateness = LatenessOf(client, block, arrival);
+    if (!inWindow_) return;
     ++heard_.blocks;
     heard_.lateness.Add(lateness);
     if (lateness > kBlockTime) ++heard_.lateBlocks;

@@ -75,6 +75,7 @@ private:
         i64 firstBlockAt = 0;
         i64 endedAt = 0;
         i64 gridStart = 0;          // when its block 0 was due
+        bool gridIsGuess = false;   // of a later client of the feed
         i64 leastNow = INT64_MAX;   // least lateness in this slice of the window
         i64 leastLast = INT64_MAX;  // and in the one before
         std::vector<u8> part;       // of a block, for the tap
@@ -87,6 +88,7 @@ private:
     void Receive(Client& client);
     void TakeBlocks(Client& client, const u8* data, u64 size, i64 arrival);
     void BeginGrid(Client& client, i64 arrival);
+    static i64 LatenessOf(Client& client, u64 block, i64 arrival);
     void Account(Client& client, u64 block, i64 arrival);
     void Feed(Client& client, const u8* data, u64 size, i64 arrival) const;
     void End(Client& client);

@@ -157,6 +157,28 @@ TEST(ListenersTest, BlocksAreHeldAgainstTheGrid) {
     EXPECT_EQ(heard.torn, 1U);
 }
 
+TEST(ListenersTest, ALaterClientOfAFeedIsHeldAgainstTheSameGrid) {
+    const OrvTest::TempFolder folder;
+    Listeners listeners(kMillisecond);
+    const OwnPipe first(listeners, folder / "p");
+    first.Send(kBlockBytes);
+    ASSERT_TRUE(listeners.WaitForFirstBlocks(10 * kSecond));
+    // It comes in the middle of the three blocks of the beginning, and hears the second and the third.
+    const OwnPipe second(listeners, folder / "q");
+    first.Send(2 * kBlockBytes);
+    second.Send(2 * kBlockBytes);
+    ASSERT_TRUE(listeners.WaitForFirstBlocks(10 * kSecond));
+    listeners.BeginWindow();
+    SleepFor(150 * kMillisecond);
+    // Block 3 of the feed, 100 ms due after the beginning.
+    second.Send(kBlockBytes);
+    ASSERT_TRUE(WaitFor(10 * kSecond, [&] { return listeners.BlocksOf(1) == 3; }));
+    const Heard heard = listeners.EndWindow();
+    EXPECT_EQ(heard.blocks, 1U);
+    EXPECT_EQ(heard.earliest, 0);
+    EXPECT_GE(heard.lateness.Max(), 40 * kMillisecond);
+}
+
 TEST(HistogramTest, AQuantileIsTheTimeThatItsShareDoesNotPass) {
     Histogram histogram;
     EXPECT_EQ(histogram.Quantile(0.5), 0);

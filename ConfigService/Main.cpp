@@ -69,7 +69,7 @@ void Describe(CLI::App& app, CommandLine& line) {
 int main(int argc, char** argv) {
     Platform::PrepareProcess();
     CommandLine line;
-    line.serve.database = Platform::ProgramDataFolder() + "/Orv/orv-config.db";
+    line.serve.database = Platform::ProgramDataFolder() + "/Orv/Config/orv-config.db";
     CLI::App app{"Keeps the configuration tables and serves them to the audio feed service and to orvctl.",
                  "orv-config"};
     Describe(app, line);

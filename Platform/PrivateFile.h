@@ -12,6 +12,16 @@ namespace Platform {
 // rights of others from one that exists. The path is taken by its exact spelling. False with the system error.
 bool MakePrivateFile(const std::string& path, SystemError& error);
 
+// Who besides its owner may read a file that holds a secret.
+enum class FileReaders : u8 { Owner, Group };
+// Puts `text` in place of whatever `path` held: written aside, brought to the disk and renamed, so that nobody ever
+// meets half of it. The file gets its folder's group. The path is taken by its exact spelling. False with the system
+// error.
+bool ReplaceFile(const std::string& path, const std::string& text, FileReaders readers, SystemError& error);
+// Gives a file the owner and the group of its folder, where this process may do so; root may. False with the system
+// error, also when it was not allowed; true when nothing had to be changed.
+bool GiveToFolderOwner(const std::string& path, SystemError& error);
+
 // Held as long as the object lives; the system frees it when the process ends, however that happens.
 class IFileLock {
 public:

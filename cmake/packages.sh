@@ -6,7 +6,7 @@ libsqlite3-dev libsodium-dev libcli11-dev nlohmann-json3-dev asterisk-moh-opsoun
 
 # Proves it.
 ORV_TEST_PACKAGES="$ORV_RUN_PACKAGES clang libclang-rt-14-dev clang-format libgtest-dev libgmock-dev sox ffmpeg
-util-linux ccache binutils python3"
+util-linux ccache binutils python3 dpkg-dev debhelper lintian systemd man-db zsh fish"
 
 # Measures it, beside others.
 ORV_BENCH_PACKAGES="$ORV_RUN_PACKAGES libbenchmark-dev ffmpeg gstreamer1.0-tools gstreamer1.0-plugins-base

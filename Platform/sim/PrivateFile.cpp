@@ -28,6 +28,18 @@ bool MakePrivateFile(const std::string& path, SystemError& error) {
     return Sim::OpenSimFile(path, true, error) != nullptr;
 }
 
+// Rights and owners are not simulated.
+bool ReplaceFile(const std::string& path, const std::string& text, FileReaders, SystemError& error) {
+    const auto file = Sim::OpenSimFile(path, true, error);
+    if (file == nullptr) return false;
+    file->node->bytes = text;
+    return true;
+}
+
+bool GiveToFolderOwner(const std::string& path, SystemError& error) {
+    return Sim::OpenSimFile(path, false, error) != nullptr;
+}
+
 std::unique_ptr<IFileLock> TryLockFile(const std::string& path, SystemError& error) {
     if (Sim::OpenSimFile(path, true, error) == nullptr) return nullptr;
     const auto world = Sim::Files().Internals().shared_from_this();

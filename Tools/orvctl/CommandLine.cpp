@@ -47,6 +47,7 @@ void OrvctlCommandLine::Describe(CLI::App& app) {
     DescribeConnection(app);
     for (const TableWords& words : AdministeredTables()) DescribeRows(app, words);
     DescribeUsers(app);
+    DescribeSetup(app);
 
     CLI::App* apply = app.add_subcommand("apply", "Bring rows to what a file states, all in one transaction");
     apply->add_option("file", file_, "The file, as export writes it; - for standard input")->required();
@@ -142,6 +143,23 @@ void OrvctlCommandLine::DescribeRowChange(CLI::App& parent, const TableWords& wo
         }
         command_ = [this, &words, &options, action] { ChangeRow(context_, words, action, options.typed); };
     });
+}
+
+void OrvctlCommandLine::DescribeSetup(CLI::App& app) {
+    CLI::App* setup = app.add_subcommand(
+        "setup",
+        "Make users, passwords, settings files and a first feed, where they are missing, and start the services");
+    setup->add_option("--root", setup_.root, "Set up the system below this folder, and start nothing")
+        ->type_name("DIR");
+    setup->add_option("--config-port", setup_.port, "Port of the Configuration service; its unit gives 5485")
+        ->check(CLI::Range(1, 65535))
+        ->type_name("N");
+    setup->add_option("--default-file", setup_.defaultFile, "Sound of the default stream, if none is set yet")
+        ->type_name("FILE")
+        ->capture_default_str();
+    setup->add_flag("--new-passwords", setup_.newPasswords, "Give both users new passwords");
+    setup->callback([this] { command_ = [this] { RunSetup(context_, setup_); }; });
+    setup->footer(kExitCodes);
 }
 
 void OrvctlCommandLine::DescribeUsers(CLI::App& app) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Tools/orvctl/Commands.h"
+#include "Tools/orvctl/Setup.h"
 
 namespace CLI {
 class App;
@@ -29,6 +30,7 @@ private:
     void DescribeRowChange(CLI::App& parent, const TableWords& words, Action action, const char* name,
                            const std::string& description);
     void DescribeUsers(CLI::App& app);
+    void DescribeSetup(CLI::App& app);
 
     // What was typed for one change of a row.
     struct RowOptions {
@@ -43,6 +45,7 @@ private:
     std::string key_;
     std::string file_;
     TypedUser user_;
+    SetupOptions setup_;
 };
 
 }  // namespace Orv

@@ -124,6 +124,7 @@ void AudioFeederHost::StartUp(CommonSettings& settings) {
     ORV_LOG(Info) << "Starting service";
     SetPreload(ReadPreloadSettings(settings));
     ReportStatus(ServiceState::StartPending, 0, 0, 0);
+    if (IsManaged()) watch_ = std::make_unique<ServiceWatch>();
 
     InstallLibraryListeners();
     VXInitialize("AudioProvider", 0, 0);
@@ -196,10 +197,12 @@ AudioFeederHost::Outcome AudioFeederHost::WaitForStop() {
 void AudioFeederHost::ShutDown() {
     ORV_LOG(Info) << "Shutdown service";
     ReportStatus(ServiceState::StopPending, 0, 0, 0);
+    if (watch_) watch_->SetStopping();
     VXShutdown(0);
     IPipeManager::StopAll();
     channelsStopping.store(true, std::memory_order_release);
     IPipeManager::WaitForChannels();
+    watch_.reset();  // until here a stop that hangs is seen
     ReportStatus(ServiceState::Stopped, 0, 0, 0);
 }
 

@@ -1,8 +1,10 @@
 // The application: from the settings file through the connection to the last channel's end.
 #pragma once
 
+#include <memory>
 #include <string>
 
+#include "AudioFeeder/ServiceWatch.h"
 #include "Platform/Types.h"
 #include "ServiceProcess/CommonSettings.h"
 #include "ServiceProcess/ServiceHost.h"
@@ -50,6 +52,8 @@ private:
     static bool TryConnect(const ConnectionSettings& connection);
     static Outcome WaitBeforeRetry();
     static Outcome WaitForStop();
+
+    std::unique_ptr<ServiceWatch> watch_;  // while a service manager runs this
 };
 
 // Makes the process's host, which registers itself, and clears the stop request of the process.

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <system_error>
 
+#include "AudioFeeder/PumpPulse.h"
 #include "AudioFeeder/SharedValues.h"
 #include "Platform/Clock.h"
 #include "Platform/Random.h"
@@ -110,7 +111,9 @@ void IPipeFeed::Pump() {
     ContentEventList events;
     bool restart = true;
     u32 base = NowMilliseconds() - kHeadStartMilliseconds;
+    PumpPulse pulse(row_.Text(Columns::pipename));
     while (!MustStop()) {
+        pulse.Beat();
         ServiceListener();
         if (connections_.empty() && !nonstop_) {
             restart = true;  // nothing is read, so the content stands still until a client comes

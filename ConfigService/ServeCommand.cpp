@@ -34,6 +34,9 @@ public:
         return false;
     }
 
+    // Returns once the tables could be reached: a service that cannot do that for long gives no sign of life.
+    void Touch() const { store_->LastTransaction(); }
+
     void Stop() {
         if (server_ == nullptr) return;
         service_->Stop();
@@ -115,8 +118,11 @@ void RunDaemon(const Report& report) {
         Daemon daemon(process.options);
         if (daemon.Start()) {
             report(kRunning);
-            while (!process.stop.WaitFor(kWaitMilliseconds)) {
-            }
+            const u32 watchdog = Platform::WatchdogMilliseconds();
+            do {
+                daemon.Touch();
+                if (watchdog != 0) Platform::PingWatchdog();
+            } while (!process.stop.WaitFor(watchdog != 0 ? watchdog / 4 : kWaitMilliseconds));
             report(kStopping);
             daemon.Stop();
             process.exitCode = 0;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <string>
 
 #include "Platform/Types.h"
 
@@ -38,6 +39,15 @@ StatusHandle RegisterControlHandler(const char* name, ControlHandler handler, vo
 
 // Tells the service manager the state; a null handle tells nobody. Any thread. May wait a moment for the manager.
 void SetServiceStatus(StatusHandle handle, const ServiceStatus& status);
+
+// One sentence about the process that the manager shows beside its state; the next state takes its place. Any thread.
+// Nothing when the process does not run as a service.
+void SetServiceText(const std::string& text);
+
+// How long the manager lets the process be without a sign of life before it ends it; 0 when it does not watch.
+u32 WatchdogMilliseconds();
+// The sign of life. Any thread.
+void PingWatchdog();
 
 // To be called first thing in main, before any thread exists: from here on the stop signals of the system are kept for
 // StartServiceDispatcher() or ForegroundStop, a broken pipe never ends the process, and it may open as many files as

@@ -42,6 +42,9 @@ public:
     // Tells the service manager the state. Does nothing in a foreground run. Any thread.
     void ReportStatus(u32 state, u32 win32ExitCode, u32 checkPoint, u32 waitHint);
 
+    // Whether a service manager runs this host; false in the foreground.
+    bool IsManaged() const noexcept { return statusHandle_.load(std::memory_order_acquire) != nullptr; }
+
     const std::string& Name() const noexcept { return name_; }
 
 protected:

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "Platform/Path.h"
+#include "Platform/ThreadWait.h"
 #include "Platform/linux/NativePath.h"
 #include "Platform/linux/RegularFile.h"
 
@@ -26,6 +27,7 @@ public:
     u64 Size() const override { return file_.size; }
 
     u64 ReadAt(u64 position, void* destination, u64 count) override {
+        const ThreadWaitScope waiting(ThreadWait::Disk);
         u64 done = 0;
         while (done < count) {
             if (position > static_cast<u64>(std::numeric_limits<off_t>::max()) - done) break;
@@ -47,6 +49,7 @@ public:
     explicit WriteFile(Descriptor file) : file_(std::move(file)) {}
 
     bool Write(const void* data, u64 size) override {
+        const ThreadWaitScope waiting(ThreadWait::Disk);
         u64 done = 0;
         while (done < size) {
             const ssize_t taken =
@@ -85,6 +88,7 @@ std::unique_ptr<IReadFile> OpenReadFile(const std::string& path, SystemError& er
 }
 
 std::unique_ptr<IWriteFile> CreateWriteFile(const std::string& path, SystemError& error) {
+    const ThreadWaitScope waiting(ThreadWait::Disk);
     RegularFile file;
     if (!OpenRegularFile(NativePath(path), O_WRONLY | O_CREAT, file, error)) return nullptr;
     // Emptied only now that it is known to be a plain file.
@@ -96,11 +100,13 @@ std::unique_ptr<IWriteFile> CreateWriteFile(const std::string& path, SystemError
 }
 
 bool PathExists(const std::string& path) {
+    const ThreadWaitScope waiting(ThreadWait::Disk);
     struct stat info {};
     return CanBeNamed(path) && ::stat(NativePath(path).c_str(), &info) == 0;
 }
 
 bool CreateFolder(const std::string& path, SystemError& error) {
+    const ThreadWaitScope waiting(ThreadWait::Disk);
     error = ENOENT;
     if (!CanBeNamed(path)) return false;
     error = ::mkdir(NativePath(path).c_str(), kNewFolderMode) == 0 ? 0 : static_cast<SystemError>(errno);
@@ -112,6 +118,7 @@ SystemError PathExistsError() {
 }
 
 bool MoveFileTo(const std::string& from, const std::string& to) {
+    const ThreadWaitScope waiting(ThreadWait::Disk);
     if (!CanBeNamed(from) || !CanBeNamed(to)) return false;
     const std::string source = NativePath(from);
     const std::string target = NativePath(to);

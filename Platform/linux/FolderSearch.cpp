@@ -9,6 +9,7 @@
 
 #include "Platform/Path.h"
 #include "Platform/PathText.h"
+#include "Platform/ThreadWait.h"
 #include "Platform/linux/NativePath.h"
 
 namespace Platform {
@@ -22,6 +23,7 @@ public:
     FolderSearch& operator=(const FolderSearch&) = delete;
 
     bool Next(std::string& name, bool& isFolder) override {
+        const ThreadWaitScope waiting(ThreadWait::Disk);
         while (folder_ != nullptr) {
             const dirent* entry = ::readdir(folder_);
             if (entry == nullptr) {
@@ -56,6 +58,7 @@ private:
 }  // namespace
 
 std::unique_ptr<IFolderSearch> SearchFolder(const std::string& folder, const std::string& extension) {
+    const ThreadWaitScope waiting(ThreadWait::Disk);
     DIR* opened = CanBeNamed(folder) ? ::opendir(FindOnDisk(folder).c_str()) : nullptr;
     return std::make_unique<FolderSearch>(opened, extension);
 }

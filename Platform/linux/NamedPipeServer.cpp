@@ -2,10 +2,12 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <optional>
 #include <utility>
 
 #include "Platform/NamedPipe.h"
 #include "Platform/Thread.h"
+#include "Platform/ThreadWait.h"
 #include "Platform/linux/Descriptor.h"
 #include "Platform/linux/PipeAddress.h"
 #include "Platform/linux/PipeListener.h"
@@ -66,9 +68,11 @@ ConnectState PipeInstance::PollConnect(SystemError& error) {
 }
 
 i64 PipeInstance::Write(const void* data, u64 size) {
+    std::optional<ThreadWaitScope> waiting;
     for (;;) {
         const i64 taken = TryWrite(data, size);
         if (taken != 0 || size == 0) return taken;
+        if (!waiting) waiting.emplace(ThreadWait::Client);
         SleepMilliseconds(kFullRetryMilliseconds);
     }
 }

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "Platform/PathText.h"
+#include "Platform/ThreadWait.h"
 #include "Platform/linux/NativePath.h"
 
 namespace Platform {
@@ -76,6 +77,7 @@ bool MakeAbsolutePath(const std::string& path, std::string& absolute) {
 }
 
 std::string FindOnDisk(const std::string& path) {
+    const ThreadWaitScope waiting(ThreadWait::Disk);
     const std::string native = NativePath(path);
     if (!CanBeNamed(native) || ExistsExactly(native)) return native;
     return errno == ENOENT ? FindComponents(native) : native;

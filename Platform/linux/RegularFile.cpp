@@ -5,6 +5,7 @@
 
 #include <cerrno>
 
+#include "Platform/ThreadWait.h"
 #include "Platform/linux/NativePath.h"
 
 namespace Platform {
@@ -20,6 +21,7 @@ SystemError WrongKind(mode_t mode) {
 }  // namespace
 
 bool OpenRegularFile(const std::string& path, int flags, RegularFile& file, SystemError& error) {
+    const ThreadWaitScope waiting(ThreadWait::Disk);
     error = ENOENT;
     if (!CanBeNamed(path)) return false;
     struct stat info {};

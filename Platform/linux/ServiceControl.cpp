@@ -1,8 +1,12 @@
 #include "Platform/ServiceControl.h"
 
 #include <sys/resource.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
+#include <cstdlib>
+#include <limits>
 #include <memory>
 #include <string>
 #include <utility>
@@ -169,6 +173,29 @@ void SetServiceStatus(StatusHandle handle, const ServiceStatus& status) {
     // Under the mutex, so that the manager hears the states in their order.
     NotifyServiceManager(message);
     if (services.dispatcher != nullptr) services.dispatcher->Wake();
+}
+
+void SetServiceText(const std::string& text) {
+    std::string line = "STATUS=" + text;
+    for (char& c : line) {
+        if (c == '\n') c = ' ';  // would begin another message
+    }
+    NotifyServiceManager(line);
+}
+
+u32 WatchdogMilliseconds() {
+    const char* time = std::getenv("WATCHDOG_USEC");
+    const char* process = std::getenv("WATCHDOG_PID");
+    if (time == nullptr || !HasNotifySocket()) return 0;
+    // Meant for another process that this one was started by.
+    if (process != nullptr && std::strtoll(process, nullptr, 10) != ::getpid()) return 0;
+    const long long microseconds = std::strtoll(time, nullptr, 10);
+    if (microseconds <= 0) return 0;
+    return static_cast<u32>(std::clamp<long long>(microseconds / 1000, 1, std::numeric_limits<i32>::max()));
+}
+
+void PingWatchdog() {
+    NotifyServiceManager("WATCHDOG=1");
 }
 
 void PrepareProcess() {

@@ -5,6 +5,7 @@
 #include <random>
 #include <string>
 
+#include "Platform/ThreadWait.h"
 #include "Platform/Types.h"
 #include "Platform/sim/FiberContext.h"
 
@@ -59,6 +60,7 @@ struct Fiber {
     std::function<void()> body;
     FiberQueue joiners;
     std::minstd_rand rand;
+    std::atomic<ThreadWait> wait{ThreadWait::None};
 };
 
 }  // namespace Platform::Sim

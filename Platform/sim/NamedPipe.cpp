@@ -1,5 +1,7 @@
 #include "Platform/NamedPipe.h"
 
+#include <optional>
+
 #include <algorithm>
 #include <cerrno>
 #include <utility>
@@ -64,7 +66,9 @@ public:
         if (connection_ == nullptr || connection_->clientGone) return -1;
         u64 count = std::min<u64>(size, Sim::SimPipes::Capacity);
         if (table_->writeLimit != 0) count = std::min(count, table_->writeLimit);
+        std::optional<ThreadWaitScope> waiting;
         while (connection_->Room() < count) {
+            if (!waiting) waiting.emplace(ThreadWait::Client);
             ++table_->counters.writersBlocked;
             Sim::BlockOrThrow(connection_->writers, Sim::kNever, {"the client of a full pipe"});
             --table_->counters.writersBlocked;

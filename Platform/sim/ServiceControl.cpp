@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/Clock.h"
 #include "Platform/Sync.h"
 #include "Platform/Thread.h"
 #include "Platform/sim/Scheduler.h"
@@ -71,6 +72,9 @@ struct SimService::Impl {
     bool prepared = false;
     bool stopKept = false;
     std::vector<ServiceStatus> statuses;
+    u32 watchdog = 0;
+    std::vector<u64> pings;
+    std::vector<std::string> texts;
     StopReceiver* foreground = nullptr;
     std::unique_ptr<StatusHandleTag> registered;
 
@@ -121,6 +125,15 @@ void SimService::RunAsService(bool asService) {
 }
 const std::vector<ServiceStatus>& SimService::Statuses() const {
     return impl_->statuses;
+}
+void SimService::SetWatchdog(u32 milliseconds) {
+    impl_->watchdog = milliseconds;
+}
+const std::vector<u64>& SimService::Pings() const {
+    return impl_->pings;
+}
+const std::vector<std::string>& SimService::Texts() const {
+    return impl_->texts;
 }
 bool SimService::Prepared() const {
     return impl_->prepared;
@@ -214,6 +227,18 @@ StatusHandle RegisterControlHandler(const char*, ControlHandler handler, void* c
 void SetServiceStatus(StatusHandle handle, const ServiceStatus& status) {
     Sim::SchedulingPoint();
     if (handle != nullptr) Sim::Service().Internals().statuses.push_back(status);
+}
+
+void SetServiceText(const std::string& text) {
+    Sim::Service().Internals().texts.push_back(text);
+}
+
+u32 WatchdogMilliseconds() {
+    return Sim::Service().Internals().watchdog;
+}
+
+void PingWatchdog() {
+    Sim::Service().Internals().pings.push_back(SteadyMilliseconds());
 }
 
 void PrepareProcess() {

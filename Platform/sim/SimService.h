@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "Platform/ServiceControl.h"
@@ -21,6 +22,11 @@ public:
     void RunAsService(bool asService);
     // What SetServiceStatus() was given, in order.
     const std::vector<ServiceStatus>& Statuses() const;
+    // What WatchdogMilliseconds() gives; 0 at first.
+    void SetWatchdog(u32 milliseconds);
+    // When PingWatchdog() was called, in milliseconds of the steady clock, and what SetServiceText() was given.
+    const std::vector<u64>& Pings() const;
+    const std::vector<std::string>& Texts() const;
     // Sends a control to the running service, waits until its handler has taken it on the dispatcher's thread, and
     // gives the handler's answer. NotDelivered when no dispatcher runs or no handler is registered. Simulated threads
     // only, and not the dispatcher's own.

@@ -343,7 +343,7 @@ def main():
         feed = root.start_unit("orv-audio-feed.service", feed_manager)
         feed_manager.wait_for("READY=1")
         for manager in (config_manager, feed_manager):
-            manager.wait_for("READY=1")
+            manager.wait_for("WATCHDOG=1")
         check_sound(root)
         check_change(root)
         for process, manager in ((feed, feed_manager), (config, config_manager)):

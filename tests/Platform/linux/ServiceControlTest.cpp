@@ -236,6 +236,41 @@ TEST_F(ServiceControlTest, FurtherSignalsChangeNothing) {
     EXPECT_THAT(manager.All(), ElementsAre("READY=1\nSTATUS=Running", "STOPPING=1\nSTATUS=Stopping", "STATUS=Stopped"));
 }
 
+TEST_F(ServiceControlTest, TheWatchdogsTimeIsTheManagersInMilliseconds) {
+    const Manager manager(folder_ / "notify");
+    const struct {
+        const char* time;
+        u32 milliseconds;
+    } cases[] = {{"60000000", 60000},
+                 {"1500", 1},
+                 {"1", 1},
+                 {"0", 0},
+                 {"-5", 0},
+                 {"soon", 0},
+                 {"9999999999999999999", 2147483647}};
+    for (const auto& [time, milliseconds] : cases) {
+        ::setenv("WATCHDOG_USEC", time, 1);
+        EXPECT_EQ(WatchdogMilliseconds(), milliseconds) << time;
+    }
+    ::setenv("WATCHDOG_USEC", "60000000", 1);
+    ::setenv("WATCHDOG_PID", std::to_string(::getpid()).c_str(), 1);
+    EXPECT_EQ(WatchdogMilliseconds(), 60000u);
+    ::setenv("WATCHDOG_PID", "1", 1);
+    EXPECT_EQ(WatchdogMilliseconds(), 0u);
+    ::unsetenv("WATCHDOG_PID");
+    ::unsetenv("NOTIFY_SOCKET");
+    EXPECT_EQ(WatchdogMilliseconds(), 0u);
+    ::unsetenv("WATCHDOG_USEC");
+    EXPECT_EQ(WatchdogMilliseconds(), 0u);
+}
+
+TEST_F(ServiceControlTest, APingAndASentenceAreOneMessageEach) {
+    Manager manager(folder_ / "notify");
+    PingWatchdog();
+    SetServiceText("all is\nwell");
+    EXPECT_THAT(manager.All(), ElementsAre("WATCHDOG=1", "STATUS=all is well"));
+}
+
 TEST_F(ServiceControlTest, AManagerThatHasGoneHoldsNobodyUp) {
     ::setenv("NOTIFY_SOCKET", (folder_ / "nobody").c_str(), 1);
     EXPECT_TRUE(Run([this] {

@@ -1,0 +1,42 @@
+// When the service as a whole is stuck, and what is told of feeds that wait. Pure logic, one thread.
+#pragma once
+
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "AudioFeeder/PumpPulse.h"
+#include "Platform/Types.h"
+
+namespace Orv {
+
+// So long without a lock, or without any pump's pass, and the service counts as stuck.
+inline constexpr u64 StuckMilliseconds = 20'000;
+// So long without a pass, and a feed that waits for somebody is told in the state.
+inline constexpr u64 ToldMilliseconds = 5'000;
+
+struct WatchVerdict {
+    // A restart is the only help: no ping.
+    bool stuck = false;
+    // One sentence for the service manager's state.
+    std::string text;
+};
+
+class WatchRules {
+public:
+    // One look: the steady clock, all pumps, and for how long a lock that all share has been waited for (0: none is).
+    // Stuck is a service whose lock cannot be had, or none of whose pumps goes on although some wait neither for a
+    // client nor for a disk. A feed alone never makes it stuck, nor do all of them when each one waits for its own.
+    WatchVerdict Look(u64 now, const std::vector<PumpState>& pumps, u64 lockMilliseconds, bool stopping);
+
+private:
+    struct Seen {
+        u32 passes = 0;
+        u64 since = 0;  // when that number was new
+        u64 look = 0;
+    };
+    std::unordered_map<u64, Seen> seen_;
+    u64 looks_ = 0;
+};
+
+}  // namespace Orv

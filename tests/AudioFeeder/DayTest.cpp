@@ -149,12 +149,16 @@ protected:
         // Nothing to play but the default audio file, which is a live source at that moment and never ends.
         Orv::SetDefaultAudioFile("\\\\.\\pipe\\radio");
         AddFeed("live", "nowhere", 3, {{"maxvolume", 70}, {"autogain", 1}});
+        Orv::SetDefaultAudioFile("/anywhere/Radio.PIPE");  // the same source
+        AddFeed("live2", "nowhere", 3, {});
         Orv::SetDefaultAudioFile("/default.wav");
         Orv::SetMaxVolume(80);
         Orv::SetAutogain(true);
         Orv::UpdateAnnouncement(MakeAnnouncement("over", 0, "/spoken.wav"), {});
         Orv::UpdateAnnouncement(MakeAnnouncement("alone", 1, "/compressed.wav"), {});
         Orv::UpdateAnnouncement(MakeAnnouncement("gone", 0, "/nowhere.wav"), {});
+        Orv::UpdateAnnouncement(MakeAnnouncement("link", 0, "http://nowhere/spoken.wav"), {});
+        Orv::UpdateAnnouncement(MakeAnnouncement("gap", 0, "##1#"), {});
         AddFeed("sorted", "plain", 3, {{"maxvolume", 50}, {"autogain", 0}});
         AddFeed("shuffled", "plain", 2,
                 {{"playannouncements", 1}, {"minannouncementpause", 2}, {"maxannouncementpause", 5}});
@@ -191,7 +195,7 @@ protected:
     // Somebody calls, hears a second of each feed, and hangs up.
     static void CallEveryFeed() {
         for (const char* pipe :
-             {"sorted", "shuffled", "compressed", "default", "broken", "missing", "live", "preloaded"}) {
+             {"sorted", "shuffled", "compressed", "default", "broken", "missing", "live", "live2", "preloaded"}) {
             Client caller(pipe);
             EXPECT_EQ(caller.ReadBlocks(8).size(), 8'000U) << pipe;
         }
@@ -235,7 +239,7 @@ TEST_F(DayTest, AfterADayOfEveryKindOfContentThreadsDescriptorsAndObjectsAreThos
         EXPECT_EQ(first.least.boxes, 1U);
         EXPECT_EQ(last.most.boxes, 1U);
         EXPECT_EQ(last.least.files, first.least.files);
-        // A playlist is some names longer or shorter at its smallest; one object kept in two hours would show.
+        // A playlist is some names longer or shorter at its smallest; one object kept in an hour would show.
         EXPECT_NEAR(static_cast<double>(last.least.objects), static_cast<double>(first.least.objects), kHours / 2.0);
         // The same things went on all day: files were opened at the pace of the first minute, and the client heard
         // eight blocks a second.

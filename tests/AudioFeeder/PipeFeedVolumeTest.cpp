@@ -206,6 +206,30 @@ TEST_F(FeedVolumeTest, NullBlocksSkipTheControlAltogether) {
     });
 }
 
+// Quiet files: the gain still rises when the null block of each change comes.
+TEST_F(FeedVolumeTest, DuringANullBlockThePeakDoesNotDecayAndTheGainDoesNotRise) {
+    const Samples file = Constant(3'500, 900);
+    world_.Files().AddFile("/root/Playlist/short/a.raw", RawBytes(file));
+    world_.Run([&] {
+        FeedHolder feed = Feed({{"thename", "short"}, {"maxvolume", 50}, {"autogain", 1}});
+        Client client("p");
+        const Samples heard = client.ReadBlocks(24);
+        ControlModel control(16'383, true);
+        FilesModel files({file});
+        SetModel set;
+        Samples expected;
+        u64 nulls = 0;
+        for (std::size_t block = 0; block < 24; ++block) {
+            const Frame frame = files.Next();
+            const Samples mix = set.Mix(frame, std::nullopt);
+            nulls += frame ? 0 : 1;
+            expected = Join({expected, frame ? control.Apply(mix) : mix});
+        }
+        EXPECT_EQ(nulls, 4U);
+        EXPECT_EQ(heard, expected);
+    });
+}
+
 class EndOfFileTest : public FeedVolumeTest, public testing::WithParamInterface<bool> {};
 
 // The fade-in is over within the first file; then one loud sample sets the level of the rest of that file.

@@ -166,7 +166,8 @@ private:
         std::fprintf(stderr,
                      "orv-listen: nobody serves the feed '%s': %s (%s).\n"
                      "Is the service running, and is there a feed with that pipe name? "
-                     "'orvctl feed list' shows them; --pipe-folder names another folder; --follow waits.\n",
+                     "'orvctl feed list' shows them; --pipe-folder names another folder, -c another service's settings "
+                     "file; --follow waits.\n",
                      options_.name.c_str(), Platform::SystemErrorText(error).c_str(), file.c_str());
         return ListenNoFeed;
     }
@@ -204,7 +205,6 @@ private:
 }  // namespace
 
 i32 Listen(const ListenOptions& options, std::atomic<bool>& stop) {
-    if (!options.pipeFolder.empty()) Platform::SetPipeFolder(options.pipeFolder);
     Output output;
     if (options.rawToStandardOutput) output.sinks.push_back(MakeStandardOutputSink());
     if (!options.wavPath.empty()) {

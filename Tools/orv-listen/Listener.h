@@ -18,7 +18,6 @@ enum ListenExit : i32 {
 
 struct ListenOptions {
     std::string name;
-    std::string pipeFolder;
     std::string wavPath;   // empty: none
     double seconds = 0.0;  // of sound; 0: no limit
     bool meter = false;

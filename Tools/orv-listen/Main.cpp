@@ -3,11 +3,14 @@
 
 #include "Platform/ServiceControl.h"
 #include "Platform/Terminal.h"
+#include "Tools/PipeFolder.h"
 #include "Tools/orv-listen/Listener.h"
 
 int main(int argc, char** argv) {
     Platform::PrepareProcess();
     Orv::ListenOptions options;
+    std::string pipeFolder;
+    std::string configFile;
     CLI::App app{
         "Listens to an audio feed: raw sound (8000 Hz, 16 bits, little-endian, mono) on standard output, a WAV file, "
         "or "
@@ -21,8 +24,8 @@ int main(int argc, char** argv) {
         ->type_name("N");
     app.add_flag("--meter", options.meter, "Show the level on standard error");
     app.add_flag("--follow", options.follow, "Wait for the feed, and connect again whenever it comes back");
-    app.add_option("--pipe-folder", options.pipeFolder, "Folder of the feeds' pipes (default /run/Orv/pipe)")
-        ->type_name("DIR");
+    auto* folder = app.add_option("--pipe-folder", pipeFolder, Orv::PipeFolderHelp)->type_name("DIR");
+    app.add_option("-c,--config", configFile, Orv::PipeConfigHelp)->type_name("FILE")->excludes(folder);
     app.footer(
         "Exit codes: 0 done, 1 the output takes no more, 2 bad command line, 3 nobody serves that feed, "
         "4 the feed ended early.");
@@ -39,6 +42,12 @@ int main(int argc, char** argv) {
             "orv-listen: raw sound does not belong on a terminal. Use --meter, --wav FILE, or a pipe:\n"
             "  orv-listen NAME | aplay -q -f S16_LE -r 8000 -c 1\n",
             stderr);
+        return Orv::ListenBadUsage;
+    }
+
+    std::string refusal;
+    if (!Orv::ChoosePipeFolder(pipeFolder, configFile, refusal)) {
+        std::fprintf(stderr, "orv-listen: %s\n", refusal.c_str());
         return Orv::ListenBadUsage;
     }
 

@@ -7,6 +7,7 @@
 #include "Platform/NamedPipe.h"
 #include "Platform/ServiceControl.h"
 #include "Platform/Terminal.h"
+#include "Tools/PipeFolder.h"
 #include "Tools/orv-publish/CommandSource.h"
 #include "Tools/orv-publish/Publisher.h"
 #include "Tools/orv-publish/StreamSource.h"
@@ -17,6 +18,7 @@ namespace {
 struct Options {
     std::string name;
     std::string pipeFolder;
+    std::string configFile;
     std::string wavPath;
     std::string command;
     bool loop = false;
@@ -56,8 +58,8 @@ void Describe(CLI::App& app, Options& options) {
                  "Send on at once: for a source that keeps the time itself, as a sound card")
         ->excludes(wav);
     app.add_flag("--wait", options.wait, "Begin when the first client has come");
-    app.add_option("--pipe-folder", options.pipeFolder, "Folder of the feeds' pipes (default /run/Orv/pipe)")
-        ->type_name("DIR");
+    auto* folder = app.add_option("--pipe-folder", options.pipeFolder, Orv::PipeFolderHelp)->type_name("DIR");
+    app.add_option("-c,--config", options.configFile, Orv::PipeConfigHelp)->type_name("FILE")->excludes(folder);
     app.footer(kFooter);
 }
 
@@ -99,7 +101,11 @@ int main(int argc, char** argv) {
             "  ffmpeg -i FILE -f s16le -ar 8000 -ac 1 - | orv-publish NAME");
         return Orv::PublishBadUsage;
     }
-    if (!options.pipeFolder.empty()) Platform::SetPipeFolder(options.pipeFolder);
+    std::string refusal;
+    if (!Orv::ChoosePipeFolder(options.pipeFolder, options.configFile, refusal)) {
+        Tell(refusal);
+        return Orv::PublishBadUsage;
+    }
 
     const auto source = MakeSource(options);
     if (source == nullptr) return Orv::PublishSourceFailed;

@@ -25,7 +25,8 @@ std::string ShellWord(const std::string& text) {
 
 std::string ServeFailure(const std::string& name, const std::string& folder, const std::string& file,
                          Platform::SystemError error) {
-    constexpr char kOtherFolder[] = "--pipe-folder names another folder, the PipePath of the service's settings file";
+    constexpr char kOtherFolder[] =
+        "--pipe-folder names another folder, and -c the service's settings file, whose PipePath is that folder";
     const std::string cannot = "cannot serve the pipe '" + name + "': ";
     switch (error) {
         case EADDRINUSE:

@@ -93,6 +93,23 @@ TEST_F(ListenProgram, AMissingFeedIsSaidWithWhatToDo) {
     EXPECT_NE(said.find("orvctl feed list"), std::string::npos) << said;
 }
 
+TEST_F(ListenProgram, TheServicesSettingsFileNamesTheFolderOfThePipes) {
+    Prepare();
+    WriteFileText(folder_ / "service.ini", "[General]\nPipePath=\"" + (folder_ / "p") + "\"\n");
+    ProcessOptions options = Command({});
+    options.command = {ORV_LISTEN, "feed", "-c", folder_ / "service.ini"};
+    Process process(options);
+    Serve(Sound(2000));
+    instance_.reset();
+    ASSERT_TRUE(process.WaitFor(10000));
+    EXPECT_EQ(ReadFileText(folder_ / "out"), Sound(2000));
+
+    const RunResult missing = OrvTest::Run({ORV_LISTEN, "feed", "-c", folder_ / "none.ini"});
+    EXPECT_EQ(missing.exitCode, 2);
+    EXPECT_EQ(missing.error, "orv-listen: the settings file " + (folder_ / "none.ini") +
+                                 " cannot be opened; check its name and its rights\n");
+}
+
 TEST_F(ListenProgram, FollowingWaitsForTheFeedAndConnectsAgainWhenItComesBack) {
     Process process(Command({"--follow"}));
     ASSERT_TRUE(WaitForText(folder_ / "err", "waiting for the feed 'feed'"));

@@ -248,6 +248,22 @@ TEST_F(PublishProgram, AFolderThatOthersOwnIsRefusedWithWhatToDo) {
     EXPECT_NE(result.error.find("you may not make pipes in the folder"), std::string::npos) << result.error;
 }
 
+TEST_F(PublishProgram, TheServicesSettingsFileNamesTheFolderOfThePipes) {
+    WriteFileText(folder_ / "service.ini", "[General]\nPipePath=\"" + (folder_ / "p") + "\"\n");
+    ProcessOptions options;
+    options.command = {ORV_PUBLISH, "radio", "-c", folder_ / "service.ini", "--wait"};
+    options.inputFile = WriteInput(Sound(2000));
+    options.errorFile = folder_ / "err";
+    Process process(options);
+    EXPECT_TRUE(Same(Read(*Connect()), Sound(2000)));
+    ASSERT_TRUE(process.WaitFor(10000));
+
+    const RunResult missing = OrvTest::Run({ORV_PUBLISH, "radio", "-c", folder_ / "none.ini", "--command", "true"});
+    EXPECT_EQ(missing.exitCode, 2);
+    EXPECT_EQ(missing.error, "orv-publish: the settings file " + (folder_ / "none.ini") +
+                                 " cannot be opened; check its name and its rights\n");
+}
+
 TEST_F(PublishProgram, ABadCommandLineIsRefused) {
     const RunResult none = OrvTest::Run({ORV_PUBLISH});
     EXPECT_EQ(none.exitCode, 2);
@@ -257,6 +273,7 @@ TEST_F(PublishProgram, ABadCommandLineIsRefused) {
     EXPECT_EQ(Refused({"--wav", "a.wav", "--command", "true"}).exitCode, 2);
     EXPECT_EQ(Refused({"--wav", "a.wav", "--no-pace"}).exitCode, 2);
     EXPECT_EQ(Refused({"--nonsense"}).exitCode, 2);
+    EXPECT_EQ(Refused({"-c", "a.ini"}).exitCode, 2) << "one folder or the other";
     EXPECT_EQ(OrvTest::Run({ORV_PUBLISH, "\\\\.\\pipe\\"}).exitCode, 2);
 }
 

@@ -112,8 +112,9 @@ bool WalkTo(FileCursor& cursor, std::string_view tag, const char* missing) {
     }
 }
 
-// Goes behind the "fmt " chunk, or back into it if it calls itself too short. Nothing when the file is refused.
-std::optional<WaveFormat> ReadFormat(FileCursor& cursor) {
+// Goes behind the "fmt " chunk, or back into it if it calls itself too short. Nothing when the file is refused; `adpcm`
+// is true also of one that is refused for where the chunk ends.
+std::optional<WaveFormat> ReadFormat(FileCursor& cursor, bool& adpcm) {
     if (!WalkTo(cursor, "fmt ", "No fmt marker")) return std::nullopt;
     u8 chunk[4 + WaveFormat::BodyBytes];
     if (!cursor.Read(chunk, sizeof chunk)) return std::nullopt;
@@ -124,6 +125,7 @@ std::optional<WaveFormat> ReadFormat(FileCursor& cursor) {
         ORV_ENGINE_LOG(LogWarnSink, "Unsupported WAV format: " << format);
         return std::nullopt;
     }
+    adpcm = format.IsImaAdpcm();
     if (!cursor.Skip(static_cast<i64>(length) - WaveFormat::BodyBytes)) {
         ORV_ENGINE_LOG(LogWarnSink, "Invalid fmt size");
         return std::nullopt;
@@ -154,9 +156,8 @@ PageBytes Resample(const u8* bytes, u64& byteCount, u32 rate) try {
 PageBytes LoadWave(const std::string& path, FileCursor& cursor, u64 fileSize, u64& dataOffset, u64& dataSize,
                    bool& adpcm) {
     if (!PassRiffHeader(cursor, fileSize)) return nullptr;
-    const std::optional<WaveFormat> format = ReadFormat(cursor);
+    const std::optional<WaveFormat> format = ReadFormat(cursor, adpcm);
     if (!format) return nullptr;
-    adpcm = format->IsImaAdpcm();
     u32 length = 0;
     if (!WalkTo(cursor, "data", "No data marker") || !cursor.ReadLength(length)) return nullptr;
     dataOffset = cursor.Position();

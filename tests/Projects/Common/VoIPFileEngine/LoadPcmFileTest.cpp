@@ -276,6 +276,16 @@ TEST_F(LoadPcmFileTest, AFormatLengthBehindWhichNoFileCanGoOnIsAnInvalidSize) {
     }
 }
 
+TEST_F(LoadPcmFileTest, AFileThatIsRefusedBehindItsFormatIsStillToldAsAdpcm) {
+    const auto file = [](u32 length) { return Riff("fmt " + Le32(length) + AdpcmFormat() + Chunk("fact", Audio(50))); };
+    ExpectRefused(file(static_cast<u32>(AdpcmFormat().size())), Warning("No data marker"));
+    EXPECT_TRUE(adpcm);
+    ExpectRefused(file(0xFFFFFFFF), Warning("Invalid fmt size"));
+    EXPECT_TRUE(adpcm);
+    ExpectRefused(file(15), Warning("Unsupported WAV format: 17/1/8000/4"));
+    EXPECT_FALSE(adpcm);
+}
+
 TEST_F(LoadPcmFileTest, AWalkThroughEmptyChunksEndsWithTheFileAndCostsFewReads) {
     std::string chunks;
     for (int i = 0; i < 50'000; ++i) chunks += Chunk("JUNK", "");

@@ -13,6 +13,7 @@
 
 #include "Platform/Thread.h"
 #include "Projects/Common/VoIPFileEngine/FileView.h"
+#include "Projects/Common/VoIPFileEngine/LoadPcmFile.h"
 #include "Projects/Common/VoIPFileEngine/MemFileReader.h"
 #include "Projects/Common/VoIPFileEngine/OpenMemoryFile.h"
 #include "tests/Projects/Common/VoIPFileEngine/AdpcmSample.h"
@@ -268,6 +269,18 @@ TEST_F(RawFileStreamLinuxTest, AFileForWhichThereIsNoMemoryIsRefusedOnBothRoads)
     EXPECT_FALSE(loaded);
     EXPECT_EQ(loadedLines, std::vector<std::string>{});
 #endif
+}
+
+TEST_F(RawFileStreamLinuxTest, AFileOfTwoGibibytesIsNotLoadedWholeAndNothingIsSaid) {
+    const std::string path = Write("a.raw", "x");
+    std::filesystem::resize_file(path, 0x80000000);
+    TestData::EngineLog log;
+    u64 fileSize = 1, dataOffset = 1, dataSize = 1;
+    bool adpcm = true;
+    EXPECT_EQ(LoadPcmFile(path, fileSize, dataOffset, dataSize, adpcm), nullptr);
+    EXPECT_EQ(log.Take(), std::vector<std::string>{});
+    EXPECT_EQ(fileSize + dataOffset + dataSize, 0u);
+    EXPECT_FALSE(adpcm);
 }
 
 TEST_F(RawFileStreamLinuxTest, AThousandFramesFromMemoryAllocateNothing) {

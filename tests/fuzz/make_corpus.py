@@ -65,7 +65,8 @@ def wave_files():
         "empty-chunks": riff(PCM + 40 * chunk(b"void", b"") + chunk(b"data", audio)),
         "stereo": riff(chunk(b"fmt ", fmt(1, 2, 8000, 16, 4)) + chunk(b"data", audio)),
     }
-    for rate in (7999, 8001, 11025, 16000, 22050, 32000, 44100, 48000, 96000, 0x80000000, 0xFFFFFFFF):
+    for rate in (7999, 8001, 11025, 16000, 22050, 32000, 44100, 48000, 96000, 0x80000000, 0x80000001,
+                 0xFFFFFFFF):
         files["rate-%d" % rate] = riff(chunk(b"fmt ", fmt(rate=rate)) + chunk(b"data", tone(200)))
     for length in LENGTHS:
         name = "%08x" % length

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "AudioFeeder/AnnouncementTable.h"
 #include "AudioFeeder/PipeFeed.h"
 #include "AudioFeeder/SharedValues.h"
 #include "tests/AudioFeeder/ControlModel.h"
@@ -256,6 +257,62 @@ TEST_P(EndOfFileTest, WithoutAutogainEachFileStartsUnscaledAndWithItTheGainCarri
 }
 
 INSTANTIATE_TEST_SUITE_P(Autogain, EndOfFileTest, testing::Bool());
+
+// The null block between two files is not the control's: the peak does not decay there and the gain does not rise.
+TEST_P(EndOfFileTest, TheNullBlockBetweenTwoFilesLeavesGainAndPeakToTheEndOfTheFileAlone) {
+    const bool autogain = GetParam();
+    const std::vector<Samples> sounds{Noise(20'300, 1), Noise(3'500, 2), Noise(5'500, 3)};
+    for (std::size_t file = 0; file < sounds.size(); ++file) {
+        world_.Files().AddFile("/root/Playlist/three/" + std::to_string(file) + ".raw", RawBytes(sounds[file]));
+    }
+    world_.Run([&] {
+        FeedHolder feed = Feed({{"thename", "three"}, {"maxvolume", 10}, {"autogain", autogain ? 1 : 0}});
+        Client client("p");
+        const Samples heard = client.ReadBlocks(70);
+        FilesModel list(sounds);
+        SetModel set;
+        ControlModel control(3'276, autogain);
+        u32 ends = 0;
+        for (std::size_t block = 0; block < 70; ++block) {
+            const Frame frame = list.Next();
+            const Samples mix = set.Mix(frame, std::nullopt);
+            ASSERT_EQ(Blocks(heard, block, 1), frame ? control.Apply(mix) : mix) << block;
+            if (frame) continue;
+            control.EndOfFile();
+            ++ends;
+        }
+        EXPECT_GE(ends, 5U);
+    });
+}
+
+// A file ends under an announcement, so that its last block is no null block.
+TEST_F(FeedVolumeTest, TheResetAtTheEndOfAFileComesBehindTheControlOfThatBlock) {
+    Orv::AnnouncementTable::Instance().Clear();
+    Orv::AnnouncementTable::Instance().Store(MakeAnnouncement("a", 0, "/spoken.raw"));
+    world_.Files().AddFile("/spoken.raw", RawBytes(Constant(40'500, 2'000)));
+    world_.Files().AddFile("/root/Playlist/short/a.raw", RawBytes(Constant(25'500, 32'000)));
+    ScriptedDraws draws;
+    draws.Then(0, 1);  // the pause, of nine blocks
+    draws.Then(0, 2);  // the announcement: a lead-in of eight, and its sound from block 17 on
+    world_.Run([&] {
+        FeedHolder feed = Feed({{"thename", "short"},
+                                {"maxvolume", 10},
+                                {"autogain", 0},
+                                {"playannouncements", 1},
+                                {"minannouncementpause", 1},
+                                {"maxannouncementpause", 1}});
+        Client client("p");
+        const Samples heard = client.ReadBlocks(28);
+        // The music rose for nine blocks before it was ducked: a peak of nine tenths of 32000, and a gain below 0.12.
+        EXPECT_EQ(Blocks(heard, 26, 1), Constant(1'000, heard[26'000]));
+        EXPECT_GT(heard[26'000], 200);
+        EXPECT_LT(heard[26'000], 240) << "2000 of the announcement alone, still scaled";
+        // 32000 / 8 + 2000 meets a gain of one.
+        EXPECT_GE(heard[27'000], 3'275);
+        EXPECT_LE(heard[27'000], 3'276);
+    });
+    Orv::AnnouncementTable::Instance().Clear();
+}
 
 TEST_F(FeedVolumeTest, AMoveOfTheGainByMoreThanTenPointsIsToldAtDebug) {
     world_.Files().AddFile("/root/Playlist/quiet/a.raw", RawBytes(Constant(400'500, 1'000)));

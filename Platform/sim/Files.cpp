@@ -60,6 +60,7 @@ public:
         }
         position_ = end;
         world.counters.bytesWritten += taken;
+        if (world.writeHook) world.writeHook(file_->node->name, {static_cast<const char*>(data), taken});
         return taken == size;
     }
 

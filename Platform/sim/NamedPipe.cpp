@@ -48,6 +48,33 @@ public:
 
     ConnectState PollConnect(SystemError& error) override {
         Sim::SchedulingPoint();
+        const ConnectState state = Poll(error);
+        if (table_->observer != nullptr) {
+            table_->observer->OnPoll(server_->name, id_, state, connection_ == nullptr ? 0 : connection_->client);
+        }
+        return state;
+    }
+
+    i64 Write(const void* data, u64 size) override {
+        const i64 taken = WaitAndPut(data, size);
+        if (table_->observer != nullptr) {
+            table_->observer->OnWrite(server_->name, id_, static_cast<const u8*>(data), taken);
+        }
+        return taken;
+    }
+
+    i64 TryWrite(const void* data, u64 size) override {
+        ++table_->counters.writes;
+        Sim::SchedulingPoint();
+        if (connection_ == nullptr || connection_->clientGone) return -1;
+        u64 count = std::min<u64>(size, connection_->Room());
+        if (table_->writeLimit != 0) count = std::min(count, table_->writeLimit);
+        if (count != 0) Put(data, count);
+        return static_cast<i64>(count);
+    }
+
+private:
+    ConnectState Poll(SystemError& error) {
         error = 0;
         if (connection_ != nullptr) return ConnectState::Connected;
         error = TakeFault(*table_, server_->name, &PipeFaults::polls);
@@ -60,7 +87,7 @@ public:
         return ConnectState::Connected;
     }
 
-    i64 Write(const void* data, u64 size) override {
+    i64 WaitAndPut(const void* data, u64 size) {
         ++table_->counters.writes;
         Sim::SchedulingPoint();
         if (connection_ == nullptr || connection_->clientGone) return -1;
@@ -78,17 +105,6 @@ public:
         return static_cast<i64>(count);
     }
 
-    i64 TryWrite(const void* data, u64 size) override {
-        ++table_->counters.writes;
-        Sim::SchedulingPoint();
-        if (connection_ == nullptr || connection_->clientGone) return -1;
-        u64 count = std::min<u64>(size, connection_->Room());
-        if (table_->writeLimit != 0) count = std::min(count, table_->writeLimit);
-        if (count != 0) Put(data, count);
-        return static_cast<i64>(count);
-    }
-
-private:
     void Put(const void* data, u64 count) {
         connection_->Put(static_cast<const u8*>(data), count);
         table_->counters.bytesWritten += count;
@@ -116,8 +132,14 @@ public:
     std::unique_ptr<IPipeInstance> CreateInstance(SystemError& error) override {
         Sim::SchedulingPoint();
         error = TakeFault(*table_, name_, &PipeFaults::instances);
-        if (error != 0 || (server_ == nullptr && !Serve(error))) return nullptr;
-        return std::make_unique<SimPipeInstance>(table_, server_);
+        std::unique_ptr<IPipeInstance> instance;
+        if (error == 0 && (server_ != nullptr || Serve(error))) {
+            instance = std::make_unique<SimPipeInstance>(table_, server_);
+        }
+        if (table_->observer != nullptr) {
+            table_->observer->OnInstance(name_, instance == nullptr ? 0 : instance->Id());
+        }
+        return instance;
     }
 
 private:
@@ -144,6 +166,7 @@ public:
     SimPipeClient(std::shared_ptr<SimPipeTable> table, std::string name, std::shared_ptr<PipeConnection> connection)
         : table_(std::move(table)), name_(std::move(name)), connection_(std::move(connection)), id_(++table_->lastId) {
         ++table_->counters.clientsAlive;
+        connection_->client = id_;
     }
 
     ~SimPipeClient() override {

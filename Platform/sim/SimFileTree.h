@@ -55,6 +55,7 @@ struct SimFiles::Impl : std::enable_shared_from_this<SimFiles::Impl> {
     u32 readDelay = 0;
     u64 freeSpace = End;
     FileCounters counters;
+    std::function<void(const std::string&, std::string_view)> writeHook;
     std::set<std::string> locks;
 
     // What `path` names by its exact spelling; null with the error.

@@ -224,6 +224,10 @@ void SimFiles::ClearFaults() {
     impl_->freeSpace = End;
 }
 
+void SimFiles::SetWriteHook(std::function<void(const std::string&, std::string_view)> hook) {
+    impl_->writeHook = std::move(hook);
+}
+
 FileCounters SimFiles::Counters() const {
     return impl_->counters;
 }

@@ -6,6 +6,7 @@
 // that are open when something is removed, replaced or moved keep what they had, as on a POSIX disk.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -88,6 +89,10 @@ public:
     void SetFreeSpace(u64 bytes);
     // Takes back every fault.
     void ClearFaults();
+
+    // Called after each write to a file with its name (without the folder) and what it took, on the writer's thread.
+    // Must not block, and not touch this world's files.
+    void SetWriteHook(std::function<void(const std::string& name, std::string_view bytes)> hook);
 
     FileCounters Counters() const;
 

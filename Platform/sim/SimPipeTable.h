@@ -23,6 +23,7 @@ struct PipeConnection {
     void Take(u8* destination, u64 count) noexcept;
 
     const std::string key;
+    PipeId client = 0;
     std::array<u8, SimPipes::Capacity> bytes;
     u64 first = 0;  // where the oldest byte stands; the rest follows in a ring
     u64 used = 0;
@@ -66,6 +67,7 @@ struct SimPipes::Impl : std::enable_shared_from_this<SimPipes::Impl> {
     u64 writeLimit = 0;
     PipeId lastId = 0;
     PipeCounters counters;
+    PipeObserver* observer = nullptr;
 
     std::shared_ptr<PipeServer> FindServer(const std::string& key) const;
     // What stands for `name`; false when it cannot be a pipe's name.

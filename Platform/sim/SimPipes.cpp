@@ -100,6 +100,10 @@ void SimPipes::ClearFaults() {
     impl_->faults.clear();
 }
 
+void SimPipes::SetObserver(PipeObserver* observer) {
+    impl_->observer = observer;
+}
+
 bool SimPipes::IsServed(const std::string& name) const {
     std::string key;
     SystemError error = 0;

@@ -6,10 +6,24 @@
 #include <string>
 #include <vector>
 
+#include "Platform/NamedPipe.h"
 #include "Platform/SystemError.h"
 #include "Platform/Types.h"
 
 namespace Platform::Sim {
+
+// Is told what servers do at their pipes, on their threads, right after it has happened. Must not block, and not use
+// pipes.
+class PipeObserver {
+public:
+    virtual ~PipeObserver() = default;
+    // A try to open an instance; id 0 when it failed.
+    virtual void OnInstance(const std::string& name, PipeId id) = 0;
+    // A look for a client, with the client's id if there is one, otherwise 0.
+    virtual void OnPoll(const std::string& name, PipeId id, ConnectState state, PipeId client) = 0;
+    // A write that has come back: the bytes taken, or -1.
+    virtual void OnWrite(const std::string& name, PipeId id, const u8* data, i64 taken) = 0;
+};
 
 struct PipeCounters {
     u64 endpointsAlive = 0;
@@ -46,6 +60,9 @@ public:
     // The client's Read() gives Closed with this error.
     void FailClientReads(const std::string& name, SystemError error, u32 times = Always);
     void ClearFaults();
+
+    // One at most; null for none. Must live until it is replaced or this world has gone.
+    void SetObserver(PipeObserver* observer);
 
     // Whether a client would find a server; the names served, in the order in which they appeared.
     bool IsServed(const std::string& name) const;

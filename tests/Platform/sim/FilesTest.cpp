@@ -320,4 +320,20 @@ TEST(FilesTest, AWholeFileIsReadUpToItsLimit) {
     EXPECT_EQ(error, static_cast<u32>(EISDIR));
 }
 
+TEST(FilesTest, AHookGetsWhatWritesTookInTheirOrder) {
+    Simulation sim;
+    std::vector<std::string> told;
+    sim.Files().SetWriteHook(
+        [&](const std::string& name, std::string_view bytes) { told.push_back(name + " " + std::string(bytes)); });
+    SystemError error = 0;
+    const auto file = Platform::CreateWriteFile("/tmp/a.log", error);
+    ASSERT_NE(file, nullptr);
+    EXPECT_TRUE(file->Write("one", 3));
+    sim.Files().SetFreeSpace(2);
+    EXPECT_FALSE(file->Write("two", 3));
+    sim.Files().SetWriteHook(nullptr);
+    EXPECT_FALSE(file->Write("three", 5));
+    EXPECT_EQ(told, (std::vector<std::string>{"a.log one", "a.log tw"}));
+}
+
 }  // namespace

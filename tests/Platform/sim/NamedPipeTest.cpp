@@ -385,4 +385,47 @@ TEST(NamedPipeTest, WithoutASimulationAFullPipeThrowsAndATimedReadMovesTheClock)
     EXPECT_EQ(Platform::Sim::Pipes().Counters().instancesAlive, 0u);
 }
 
+// Writes down what it is told.
+class Notes : public Platform::Sim::PipeObserver {
+public:
+    void OnInstance(const std::string& name, Platform::PipeId id) override {
+        lines.push_back("instance " + name + (id == 0 ? " failed" : ""));
+    }
+    void OnPoll(const std::string& name, Platform::PipeId, ConnectState state, Platform::PipeId client) override {
+        lines.push_back("poll " + name + (state == ConnectState::Connected ? " connected" : " not"));
+        if (client != 0) lastClient = client;
+    }
+    void OnWrite(const std::string& name, Platform::PipeId, const u8* data, i64 taken) override {
+        const std::string bytes(reinterpret_cast<const char*>(data), taken > 0 ? static_cast<size_t>(taken) : 0);
+        lines.push_back("write " + name + " " + std::to_string(taken) + " " + bytes);
+    }
+
+    std::vector<std::string> lines;
+    Platform::PipeId lastClient = 0;
+};
+
+TEST(NamedPipeTest, AnObserverIsToldWhatServersDoAndWhoTheirClientIs) {
+    Simulation sim;
+    Notes notes;
+    sim.Pipes().SetObserver(&notes);
+    sim.Run([&] {
+        sim.Pipes().FailInstances("p", EMFILE, 1);
+        auto endpoint = CreatePipeEndpoint("p");
+        SystemError error = 0;
+        EXPECT_EQ(endpoint->CreateInstance(error), nullptr);
+        auto instance = NewInstance(*endpoint);
+        EXPECT_EQ(Poll(*instance), ConnectState::Pending);
+        auto client = Connect("p");
+        EXPECT_EQ(Poll(*instance), ConnectState::Connected);
+        EXPECT_EQ(notes.lastClient, client->Id());
+        EXPECT_EQ(instance->Write("abc", 3), 3);
+        client.reset();
+        EXPECT_EQ(instance->Write("d", 1), -1);
+        sim.Pipes().SetObserver(nullptr);
+        EXPECT_EQ(instance->Write("e", 1), -1);
+    });
+    EXPECT_EQ(notes.lines, (std::vector<std::string>{"instance p failed", "instance p", "poll p not",
+                                                     "poll p connected", "write p 3 abc", "write p -1 "}));
+}
+
 }  // namespace

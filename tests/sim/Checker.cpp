@@ -1,0 +1,240 @@
+#include "tests/sim/Checker.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "Platform/Thread.h"
+
+namespace OrvSim {
+
+namespace {
+
+constexpr u64 kPrime = 1'099'511'628'211U;
+
+}  // namespace
+
+Checker::Draws::Draws(ModelWorld& world, u64 seed) : world_(world), state_(seed) {
+    Orv::SetRandomSource(this);
+}
+
+Checker::Draws::~Draws() {
+    Orv::SetRandomSource(nullptr);
+}
+
+u32 Checker::Draws::Next() {
+    state_ += 0x9E3779B97F4A7C15;
+    u64 value = (state_ ^ (state_ >> 30)) * 0xBF58476D1CE4E5B9;
+    value = (value ^ (value >> 27)) * 0x94D049BB133111EB;
+    const u32 drawn = static_cast<u32>(value >> 32);
+    if (world_.exact) world_.draws[Platform::CurrentThreadId()].push_back(drawn);
+    return drawn;
+}
+
+Checker::Checker(ModelWorld& world, u64 seed) : world_(world), draws_(world, seed) {}
+
+Checker::~Checker() = default;
+
+void Checker::Mix(const void* data, u64 count) {
+    const auto* bytes = static_cast<const u8*>(data);
+    u64 at = 0;
+    for (; at + 8 <= count; at += 8) {
+        u64 word = 0;
+        std::memcpy(&word, bytes + at, sizeof word);
+        hash_ = (hash_ ^ word) * kPrime;
+        hash_ ^= hash_ >> 29;
+    }
+    for (; at < count; ++at) hash_ = (hash_ ^ bytes[at]) * kPrime;
+}
+
+// --- the log --------------------------------------------------------------------------------------------------------
+
+void Checker::OnLogBytes(std::string_view bytes) {
+    Mix(bytes.data(), bytes.size());
+    if (keepLog) log += bytes;
+    for (std::size_t end = bytes.find('\n'); end != std::string_view::npos; end = bytes.find('\n')) {
+        if (partLine_.empty()) {
+            OnLine(bytes.substr(0, end));
+        } else {
+            partLine_ += bytes.substr(0, end);
+            OnLine(partLine_);
+            partLine_.clear();
+        }
+        bytes.remove_prefix(end + 1);
+    }
+    partLine_ += bytes;
+}
+
+// "hh:mm:ss.mmm|thread|word|source(line): text"; lines without it belong to the message in front.
+void Checker::OnLine(std::string_view line) {
+    if (line.size() < 22 || line[2] != ':' || line[12] != '|') return;
+    ++world_.counts.logLines;
+    const std::string_view time = line.substr(0, 12);
+    const bool midnight = time.starts_with("00:") && lastTime_.starts_with("23:");
+    if (time < lastTime_ && !midnight) world_.Fail("the log goes back in time: " + std::string(line));
+    lastTime_ = time;
+    const std::size_t threadEnd = line.find('|', 13);
+    const std::size_t wordEnd = line.find('|', threadEnd + 1);
+    const std::size_t sourceEnd = line.find_first_of("(:", wordEnd + 1);
+    const std::size_t text = line.find(": ", wordEnd + 1);
+    if (wordEnd == std::string_view::npos || text == std::string_view::npos || wordEnd - threadEnd != 6) {
+        world_.Fail("no line of a log: " + std::string(line));
+        return;
+    }
+    const u64 thread = std::strtoull(line.data() + 13, nullptr, 10);
+    OnMessage(thread, std::string(line.substr(threadEnd + 1, 5)),
+              std::string(line.substr(wordEnd + 1, sourceEnd - wordEnd - 1)), line.substr(text + 2));
+}
+
+void Checker::OnMessage(u64 thread, const std::string& word, const std::string& source, std::string_view text) {
+    if (text.starts_with("VoIPFileEngine/")) {
+        OnEngineLine(thread, word, text);
+    } else if (text.starts_with("Channel ")) {
+        OnFeedLine(thread, word, text);
+    } else if (text.starts_with("Shutdown channel ") || text.starts_with("Creating channel ")) {
+        OnManagerLine(std::string(text));
+    } else if (text.starts_with("Change log verbosity to ") && !reloaded_) {
+        Reload();
+    } else if (source == "OrvAudioFeeder" && text.starts_with("[")) {
+        seen_.insert(std::string(text.substr(0, 12)));
+        if (text.starts_with("[EC000001]") && !linkLost_) world_.Fail("a loss of the connection that was none");
+    } else if (word == "Excep") {
+        world_.Fail("an exception: " + std::string(text));
+    }
+}
+
+void Checker::OnEngineLine(u64 thread, const std::string& word, std::string_view text) {
+    const std::size_t end = text.find(") ");
+    if (end == std::string_view::npos) return;
+    text.remove_prefix(end + 2);
+    if (text.starts_with("Provided (")) {
+        OnProvided(text);
+    } else if (text.starts_with("Added chunk, total=")) {
+        if (!world_.exact) return;
+        bool dropped = false;
+        const u64 count = world_.box.Deliver(dropped);
+        const u64 told = std::strtoull(text.data() + 19, nullptr, 10);
+        if (count != told) {
+            world_.Fail("a chunk for a listener with " + std::to_string(told) + " of " + std::to_string(count));
+        }
+    } else if (text.starts_with("Zeroing out ") || text.starts_with("Not enough data:")) {
+        const auto pump = byThread_.find(thread);
+        if (pump != byThread_.end()) pump->second->OnPumpLine(word + "|" + std::string(text));
+    }
+}
+
+void Checker::OnProvided(std::string_view text) {
+    if (!world_.exact) return;
+    world_.box.CatchUp(ModelWorld::Now(), true);
+    u64 consumers = 0;
+    const u64 told = std::strtoull(text.data() + 10, nullptr, 10);
+    if (!world_.box.Provide(consumers)) {
+        world_.Fail("a chunk of the default set that is not due");
+    } else if (consumers != told) {
+        world_.Fail("a chunk for " + std::to_string(told) + " listeners of " + std::to_string(consumers));
+    }
+}
+
+// "Channel <name> as <pipe>[<instance>]:<text>"
+void Checker::OnFeedLine(u64 thread, const std::string& word, std::string_view text) {
+    const std::size_t close = text.find("]:");
+    const std::size_t open = text.rfind('[', close);
+    if (close == std::string_view::npos || open == std::string_view::npos) return;
+    const i32 instance = std::atoi(text.data() + open + 1);
+    const std::string line = word + "|" + std::string(text.substr(close + 2));
+    auto found = feeds_.find(instance);
+    if (found == feeds_.end()) {
+        if (lastInstance_ != 0 && instance != lastInstance_ + 1) world_.Fail("an instance is left out");
+        lastInstance_ = instance;
+        if (builds_.empty()) {
+            world_.Fail("a feed is built that nobody asked for: " + std::string(text));
+            return;
+        }
+        auto feed = std::make_unique<FeedModel>(world_, builds_.front(), instance, thread);
+        builds_.pop_front();
+        const std::string prefix = "Channel " + feed->Name() + " as " + feed->Pipe() + "[";
+        if (!text.starts_with(prefix)) world_.Fail("another feed is built than " + prefix + ": " + std::string(text));
+        byPipe_[feed->Pipe()] = feed.get();
+        found = feeds_.emplace(instance, std::move(feed)).first;
+    }
+    FeedModel& feed = *found->second;
+    if (thread == feed.PumpThread()) {
+        feed.OnPumpLine(line);
+    } else {
+        feed.OnOwnerLine(line);
+    }
+    if (!feed.Ended()) return;
+    byThread_.erase(feed.PumpThread());
+    if (const auto at = byPipe_.find(feed.Pipe()); at != byPipe_.end() && at->second == &feed) byPipe_.erase(at);
+    feeds_.erase(found);
+}
+
+void Checker::OnManagerLine(const std::string& line) {
+    if (managerLines_.empty() || managerLines_.front() != line) {
+        world_.Fail("the line \"" + line + "\" came for \"" +
+                    (managerLines_.empty() ? "no line" : managerLines_.front()) + "\"");
+        return;
+    }
+    managerLines_.pop_front();
+}
+
+// --- pipes ----------------------------------------------------------------------------------------------------------
+
+FeedModel* Checker::FeedOn(const std::string& pipe) const {
+    const auto found = byPipe_.find(pipe);
+    return found == byPipe_.end() ? nullptr : found->second;
+}
+
+FeedModel* Checker::PumpOf(const std::string& pipe) {
+    const u64 thread = Platform::CurrentThreadId();
+    const auto known = byThread_.find(thread);
+    if (known != byThread_.end()) return known->second;
+    FeedModel* feed = FeedOn(pipe);
+    if (feed == nullptr || feed->PumpThread() != 0) {
+        world_.Fail("a thread serves \"" + pipe + "\" that is no pump of it");
+        return nullptr;
+    }
+    feed->SetPumpThread(thread);
+    byThread_[thread] = feed;
+    return feed;
+}
+
+void Checker::OnInstance(const std::string& name, Platform::PipeId id) {
+    if (FeedModel* feed = PumpOf(name)) feed->OnInstance(id);
+}
+
+void Checker::OnPoll(const std::string& name, Platform::PipeId id, Platform::ConnectState state,
+                     Platform::PipeId client) {
+    if (FeedModel* feed = PumpOf(name)) feed->OnPoll(id, state, client);
+}
+
+void Checker::OnWrite(const std::string& name, Platform::PipeId id, const u8* data, i64 taken) {
+    FeedModel* feed = PumpOf(name);
+    if (feed == nullptr) return;
+    const Platform::PipeId client = feed->OnWrite(id, data, taken);
+    const u64 now = ModelWorld::Now();
+    Mix(&now, sizeof now);
+    if (taken <= 0) return;
+    Mix(data, static_cast<u64>(taken));
+    auto& bytes = sent_[client];
+    bytes.insert(bytes.end(), data, data + taken);
+}
+
+void Checker::OnClientRead(Platform::PipeId client, const u8* data, u64 count) {
+    world_.counts.clientBytes += count;
+    auto& bytes = sent_[client];
+    if (bytes.size() < count || !std::equal(data, data + count, bytes.begin())) {
+        world_.Fail("a client reads what was not sent to it");
+        return;
+    }
+    bytes.erase(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count));
+}
+
+void Checker::CheckEnd() {
+    for (const auto& [instance, feed] : feeds_) {
+        world_.Fail("feed on \"" + feed->Pipe() + "\"[" + std::to_string(instance) + "] outlives the service");
+    }
+    if (!managerLines_.empty()) world_.Fail("this line never came: " + managerLines_.front());
+    if (!builds_.empty()) world_.Fail("a feed was never built: " + builds_.front().Text("pipename"));
+}
+
+}  // namespace OrvSim

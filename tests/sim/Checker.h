@@ -1,0 +1,116 @@
+// Sees everything that leaves the service, in the order in which it happens, and holds it against the model: lines of
+// the log, looks and writes at pipes, random draws, delivered changes, and what clients read.
+#pragma once
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "AudioFeeder/RandomDraw.h"
+#include "Platform/sim/SimPipes.h"
+#include "tests/sim/FeedModel.h"
+
+namespace OrvSim {
+
+// One call of the change listener that a commit of the Configuration service must lead to.
+struct ExpectedChange {
+    std::string table;
+    std::string kind;
+    i32 id = 0;
+};
+
+class Checker : public Platform::Sim::PipeObserver {
+public:
+    Checker(ModelWorld& world, u64 seed);
+    ~Checker() override;
+
+    // --- what is seen
+    void OnLogBytes(std::string_view bytes);
+    void OnInstance(const std::string& name, Platform::PipeId id) override;
+    void OnPoll(const std::string& name, Platform::PipeId id, Platform::ConnectState state,
+                Platform::PipeId client) override;
+    void OnWrite(const std::string& name, Platform::PipeId id, const u8* data, i64 taken) override;
+    void OnClientRead(Platform::PipeId client, const u8* data, u64 count);
+    void OnClientLeft(Platform::PipeId client) { sent_.erase(client); }
+    // The Configuration service has committed and raised this; and what it answered to a call for a row.
+    void OnCommit(const ExpectedChange& change) { expected_.push_back(change); }
+    void OnAnswer(const std::string& table, i32 id, const Row& row);
+    void BeginChange(const std::string& table, const std::string& kind, i32 id, const Row& newRow, const Row& oldRow);
+    void EndChange();
+    // From here on the end is near: feeds go, and changes need not come any more.
+    void OnStop() { stopping_ = true; }
+    void OnLinkLost() { linkLost_ = true; }
+
+    // --- what the driver asks
+    bool Settled() const { return expected_.empty() && !changing_; }
+    bool Reloaded() const { return reloaded_; }
+    const Tables& ClientTables() const { return tables_; }
+    // Whether every feed has gone as it should; after the run.
+    void CheckEnd();
+    bool Saw(const std::string& text) const { return seen_.count(text) != 0; }
+    FeedModel* FeedOn(const std::string& pipe) const;
+
+    // Over everything seen.
+    u64 Hash() const { return hash_; }
+    // All bytes of the log, if they are kept.
+    bool keepLog = false;
+    std::string log;
+
+private:
+    class Draws : public Orv::IRandomSource {
+    public:
+        Draws(ModelWorld& world, u64 seed);
+        ~Draws() override;
+        u32 Next() override;
+
+    private:
+        ModelWorld& world_;
+        u64 state_;
+    };
+
+    void OnLine(std::string_view line);
+    void OnMessage(u64 thread, const std::string& word, const std::string& source, std::string_view text);
+    void OnEngineLine(u64 thread, const std::string& word, std::string_view text);
+    void OnFeedLine(u64 thread, const std::string& word, std::string_view text);
+    void OnManagerLine(const std::string& line);
+    void OnProvided(std::string_view text);
+    FeedModel* PumpOf(const std::string& pipe);
+    void Reload();
+    void ApplyFeed(bool deleted, const Row& newRow, const Row& oldRow);
+    void ApplyParameter(const Row& row);
+    void ApplyAnnouncement(bool deleted, const Row& newRow, const Row& oldRow);
+    void ExpectRebuild(const Row& newRow, const Row& oldRow);
+    void Mix(const void* data, u64 count);
+
+    ModelWorld& world_;
+    Draws draws_;
+    std::string partLine_;
+    std::string lastTime_;
+    u64 hash_ = 14'695'981'039'346'656'037U;
+    bool reloaded_ = false;
+    bool stopping_ = false;
+    bool linkLost_ = false;
+
+    std::map<i32, std::unique_ptr<FeedModel>> feeds_;  // by instance
+    std::map<std::string, FeedModel*> byPipe_;
+    std::map<u64, FeedModel*> byThread_;
+    i32 lastInstance_ = 0;
+    std::deque<Row> builds_;  // that must come next
+    std::deque<std::string> managerLines_;
+
+    std::map<Platform::PipeId, std::deque<u8>> sent_;  // on its way, by client
+
+    Tables tables_;  // as the service must have them
+    std::map<std::pair<std::string, i32>, Row> answers_;
+    std::deque<ExpectedChange> expected_;
+    bool changing_ = false;
+    FeedModel* updating_ = nullptr;
+    std::string deletedPipe_;
+    std::set<std::string> seen_;
+};
+
+}  // namespace OrvSim

@@ -1,0 +1,122 @@
+// One feed by the rules: when its pump makes a block, what is in it, who gets it, and which lines tell of it.
+//
+// The model goes beside the service: each look that the pump takes at its pipe begins a pass, and there the model
+// decides whether a block is due and works it out. What the pump then writes, and logs, must be just that.
+#pragma once
+
+#include <list>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "Platform/NamedPipe.h"
+#include "tests/sim/LineScript.h"
+#include "tests/sim/ModelWorld.h"
+
+namespace OrvSim {
+
+class FeedModel {
+public:
+    FeedModel(ModelWorld& world, const Row& row, i32 instance, u64 ownerThread);
+    FeedModel(const FeedModel&) = delete;
+    FeedModel& operator=(const FeedModel&) = delete;
+
+    const std::string& Pipe() const { return pipe_; }
+    const std::string& Name() const { return name_; }
+    i32 Instance() const { return instance_; }
+    u64 PumpThread() const { return pumpThread_; }
+    void SetPumpThread(u64 thread) { pumpThread_ = thread; }
+    bool Ended() const { return stage_ == Stage::Destroyed; }
+    bool Stopping() const { return stopping_; }
+    bool Played() const { return played_; }
+
+    // A change that leaves the feed standing, from its beginning to its end.
+    void BeginUpdate(const Row& row, u64 thread);
+    void EndUpdate();
+    // Lines of threads other than the pump.
+    void OnOwnerLine(const std::string& line);
+
+    // What the pump does.
+    void OnInstance(Platform::PipeId id);
+    void OnPoll(Platform::PipeId id, Platform::ConnectState state, Platform::PipeId client);
+    // Gives the client's id for bytes that were taken.
+    Platform::PipeId OnWrite(Platform::PipeId id, const u8* data, i64 taken);
+    void OnPumpLine(const std::string& line);
+
+    // Clients that the feed serves now.
+    std::size_t Clients() const { return connections_.size(); }
+
+private:
+    enum class Stage { Building, Started, Closed, Destroyed };
+    struct Connection {
+        Platform::PipeId id;
+        Platform::PipeId client;
+    };
+
+    void Fail(const std::string& what) const;
+    bool Sorted() const { return type_ == 3; }
+    bool HasSet() const { return type_ >= 0 && type_ <= 3; }
+    u64 Now() const { return ModelWorld::Now(); }
+
+    // --- content, ModelContent.cpp
+    void BeginStart(u64 thread);
+    void ApplyStart();
+    void ExpectPlaylist(LineScript& script);
+    std::string TakeMusic(std::string& line);
+    void ExpectPause(LineScript& script, u64 thread, std::function<void(i32)> then);
+    void ExpectNextMusic();
+    void ExpectNextAnnouncement();
+    void OnEvents(const Events& events);
+    void PlayPause(i32 seconds);
+
+    // --- the pump, FeedModel.cpp
+    void EndPass();
+    void BeginPass();
+    void Decide();
+    void Produce();
+    void CheckLimit() const;
+    Level LevelThatCounts() const { return own_.limit != 0 ? own_ : world_.global; }
+
+    ModelWorld& world_;
+    const Row row_;
+    const i32 instance_;
+    const std::string pipe_;
+    const std::string name_;
+    const i32 type_;
+    const bool nonstop_;
+    const bool announces_;
+    u64 ownerThread_;
+    u64 pumpThread_ = 0;
+    Stage stage_ = Stage::Building;
+    bool stopping_ = false;
+
+    LineScript ownerScript_;
+    LineScript pumpScript_;
+    bool starting_ = false;
+    std::vector<std::pair<u32, std::string>> startMusic_;
+    i32 startPause_ = 0;
+
+    Level own_;
+    VolumeModel volume_;
+    SetModel set_;
+    std::list<std::string> playlist_;
+    std::multimap<i32, std::string> shuffled_;
+    u32 announcementMask_ = 3;
+
+    std::vector<Connection> connections_;
+    bool restart_ = true;
+    bool played_ = false;
+    u32 base_ = 0;
+    bool inPass_ = false;
+    bool instanceInPass_ = false;
+    u64 passTime_ = 0;
+    u64 lastWriteTime_ = 0;
+    bool block_ = false;
+    bool sounds_ = false;
+    i16 samples_[kBlockSamples] = {};
+    i16 input_[kBlockSamples] = {};
+    std::size_t writing_ = 0;  // of connections_
+    u64 written_ = 0;          // bytes of the block to that one
+};
+
+}  // namespace OrvSim

@@ -1,0 +1,113 @@
+// What one item of a list gives, frame by frame, written from the rules and the slow and obvious way: files that are
+// read ahead in two buffers, gaps, the shared box, and nothing at all.
+#pragma once
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/sim/ModelDisk.h"
+
+namespace OrvSim {
+
+constexpr u32 kBlockSamples = 1000;
+constexpr u32 kBlockBytes = 2 * kBlockSamples;
+constexpr u64 kMillisecond = 1'000'000;
+
+// The lines that a step of the model must leave in the log: "<word>|<text>".
+using Lines = std::deque<std::string>;
+
+// An open file, one for all who play the same path at the same time.
+struct OpenedFile {
+    std::shared_ptr<DiskFile> file;
+    u64 start = 0;
+    u64 end = 0;  // 0: wherever the file ends
+};
+
+class SharedFiles {
+public:
+    explicit SharedFiles(const ModelDisk& disk) : disk_(disk) {}
+    // Null when it cannot be opened, or is no sound.
+    std::shared_ptr<OpenedFile> Get(const std::string& path);
+    const ModelDisk& Disk() const { return disk_; }
+
+private:
+    std::shared_ptr<OpenedFile> Open(const std::string& path) const;
+
+    const ModelDisk& disk_;
+    std::map<std::string, std::weak_ptr<OpenedFile>> opened_;
+};
+
+class FileModel {
+public:
+    FileModel(SharedFiles& files, std::string path, std::shared_ptr<OpenedFile> opened, u64 now);
+    void Rewind(u64 now);
+    // Fills `frame` with `bytes` bytes; false at the end.
+    bool Next(u64 now, u8* frame, u32 bytes, Lines& lines);
+
+private:
+    struct Buffer {
+        bool ready = false;
+        bool eof = false;
+        bool failed = false;
+        bool reading = false;
+        u64 due = 0;
+        u64 position = 0;
+        u64 length = 0;
+        std::shared_ptr<const std::string> contents;
+        u64 bytes = 0;
+        u64 consumed = 0;
+    };
+
+    bool Issue(Buffer& buffer, u64 position, u64 now);
+    bool Settle(Buffer& buffer, u64 now);
+    bool UpdateStatus(Buffer& buffer, u64 now) { return buffer.ready || Settle(buffer, now); }
+    void Prefetch(u64 now) { Issue(back_, front_.position + front_.bytes, now); }
+    static u64 Take(Buffer& buffer, u8* to, u64 count);
+
+    const ModelDisk& disk_;
+    const std::string path_;
+    const std::shared_ptr<OpenedFile> opened_;
+    Buffer front_;
+    Buffer back_;
+    bool rewound_ = false;
+};
+
+// Who listens to the box.
+struct Consumer {
+    std::deque<std::shared_ptr<const std::vector<i16>>> chunks;
+    u64 position = 0;
+};
+
+// One item of a list.
+class BoxModel;
+class ItemModel {
+public:
+    enum class Kind { Fake, Gap, File, Box };
+
+    // Opens what `name` says.
+    ItemModel(u32 id, const std::string& name, SharedFiles& files, BoxModel* box, u64 now);
+    ~ItemModel();
+    ItemModel(ItemModel&& other) noexcept;
+    ItemModel& operator=(ItemModel&&) = delete;
+
+    u32 Id() const { return id_; }
+    Kind GetKind() const { return kind_; }
+    void Rewind(u64 now);
+    // False at the end. `sounds`: whether there is a frame.
+    bool Next(u64 now, u8* frame, u32 bytes, bool& sounds, Lines& lines);
+
+private:
+    const u32 id_;
+    Kind kind_ = Kind::Fake;
+    bool realSilence_ = false;
+    i64 totalBytes_ = 0;
+    i64 remainingBytes_ = 0;
+    std::unique_ptr<FileModel> file_;
+    BoxModel* box_ = nullptr;
+    std::shared_ptr<Consumer> consumer_;
+};
+
+}  // namespace OrvSim

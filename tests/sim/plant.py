@@ -1,0 +1,101 @@
+"""Writes copies of the service's sources with faults planted into them, each behind a switch of its own.
+
+The simulation must find every one of them: that is how its checks prove themselves. A text that a fault changes must
+stand in its source exactly once, so that a fault which no longer fits its source ends the build and not the proof.
+
+    plant.py SOURCE_ROOT OUTPUT_FOLDER     writes the copies, and Faults.inc with "FAULT(number, Name)" lines
+    plant.py --sources                     prints the sources that are copied, separated by semicolons
+"""
+import os
+import re
+import sys
+
+FEED = "AudioFeeder/PipeFeed.cpp"
+CONTENT = "AudioFeeder/PipeFeedContent.cpp"
+PLAYLIST = "AudioFeeder/Playlist.cpp"
+VOLUME = "AudioFeeder/VolumeControl.cpp"
+MANAGER = "AudioFeeder/PipeManager.cpp"
+DISPATCHER = "AudioFeeder/UpdateDispatcher.cpp"
+ENGINE = "Projects/Common/VoIPFileEngine/"
+TABLES = "ConfigClient/ObjectList.cpp"
+
+# Name, source, the text there, what stands in its place; P is the fault's own switch, ONE_IN(n) that each n-th time.
+FAULTS = [
+    ("ABlockIsLost", FEED, "SendToAll(ProduceBlock(events));",
+     "{ const u8* const made = ProduceBlock(events); if (!ONE_IN(40)) SendToAll(made); }"),
+    ("ABlockIsSentTwice", FEED, "if (connection->Send(block, BlockSamples)) {",
+     "if ((!ONE_IN(40) || connection->Send(block, BlockSamples)) && connection->Send(block, BlockSamples)) {"),
+    ("AHeldPositionIsForgotten", FEED, "            restart = true;  // nothing is read",
+     "            if (P && !restart) ProduceBlock(events);\n            restart = true;  // nothing is read"),
+    ("ALatePumpDoesNotCatchUp", FEED, "base += kBlockMilliseconds;", "base = P ? NowMilliseconds() : base + kBlockMilliseconds;"),
+    ("TheHeadStartIsABlockShort", FEED, "            restart = false;",
+     "            if (P) base += kBlockMilliseconds;\n            restart = false;"),
+    ("AnEventIsDoubled", FEED, "OnContentEvent(event);\n    events.clear();",
+     "{ OnContentEvent(event); if (P) OnContentEvent(event); }\n    events.clear();"),
+    ("AClientThatLeavesTakesTheNextOneWithIt", FEED, "connection = connections_.erase(connection);",
+     "connection = connections_.erase(connection);\n"
+     "        if (P && connection != connections_.end()) connection = connections_.erase(connection);"),
+    ("TheEndOfAPumpIsNotTold", FEED, 'ORV_LOG(Info) << logPrefix_ << "closed";',
+     'if (!P) ORV_LOG(Info) << logPrefix_ << "closed";'),
+    ("TheRampEndsOneStepEarly", ENGINE + "Mixer.cpp", "std::abs(target - state.rampCounter)",
+     "std::abs(target + (P && target == MainGain::Ducked ? 1 : 0) - state.rampCounter)"),
+    ("TheDuckRoundsTheOtherWay", ENGINE + "Mixer.cpp", "Sum(block.at[i] >> 3, over.at[i])",
+     "Sum(P ? block.at[i] / 8 : block.at[i] >> 3, over.at[i])"),
+    ("TheMixIsClipped", ENGINE + "Mixer.cpp", "return static_cast<i16>(a + b);",
+     "return static_cast<i16>(P ? std::clamp(a + b, -32768, 32767) : a + b);"),
+    ("TheLimiterMissesAPeakThatIsOneHigher", VOLUME, "if (magnitude > peak_) {", "if (magnitude > peak_ + (P ? 1 : 0)) {"),
+    ("TheGainOfAFileGoesOnInTheNext", VOLUME, "if (!inUse_.autogain) Reset();", "if (!inUse_.autogain && !P) Reset();"),
+    ("ThePeakDoesNotDecay", VOLUME, "if (inUse_.autogain) peak_ =", "if (inUse_.autogain && !P) peak_ ="),
+    ("ADrawNeverGivesAPause", CONTENT, "Uniform(0, static_cast<i32>(count))",
+     "Uniform(0, static_cast<i32>(count) - (P && count != 0 ? 1 : 0))"),
+    ("TheMusicGoesOnUnderAnAnnouncementThatReplacesIt", CONTENT, "alone ? kOverlayOnly : kBoth",
+     "alone && !P ? kOverlayOnly : kBoth"),
+    ("ASortedFolderIsNotSorted", PLAYLIST, "paths.sort();", "if (!P) paths.sort();"),
+    ("AChangeIsAppliedTwice", DISPATCHER, "IPipeManager::Instance()->UpdateFeed(newRow, oldRow);",
+     "for (int time = 0; time < (P ? 2 : 1); ++time) IPipeManager::Instance()->UpdateFeed(newRow, oldRow);"),
+    ("ADeletedAnnouncementStays", DISPATCHER,
+     "deleted ? DeleteAnnouncement(oldRow) : UpdateAnnouncement(newRow, oldRow);",
+     "deleted ? (P ? void() : DeleteAnnouncement(oldRow)) : UpdateAnnouncement(newRow, oldRow);"),
+    ("ASoftUpdateDoesNotRestartTheContent", MANAGER, "newFeed->Start();", "if (!P) newFeed->Start();"),
+    ("AnOldChannelIsNotShutDown", MANAGER, "    ShutdownFeed(oldPipe);", "    if (!P) ShutdownFeed(oldPipe);"),
+    ("ARowOfATransactionIsNotTold", TABLES,
+     "pending.push_back({name_, ids[index], Kinds::Updated, rows[index], previous});",
+     "if (!P || index != 1) pending.push_back({name_, ids[index], Kinds::Updated, rows[index], previous});"),
+    ("ALateListenerOfTheBoxLosesOneChunkInPlaceOfTwo", ENGINE + "MusicBoxConsumer.cpp",
+     "        DropFront();\n        DropFront();", "        DropFront();\n        if (!P) DropFront();"),
+    ("ALateReadEndsItsFile", ENGINE + "RawFile.cpp", "case Platform::ReadState::Pending:",
+     "case Platform::ReadState::Pending:\n            if (P) ready = eof = true;"),
+    ("TheReadAheadLeavesASampleOut", ENGINE + "RawFileStream.cpp", "front_->NextPosition(), IRawFileBuffer::Size",
+     "front_->NextPosition() + (P ? 2 : 0), IRawFileBuffer::Size"),
+    ("TheLossOfTheConnectionIsNotTold", "AudioFeeder/LibraryListeners.cpp", "        ORV_LOG(Error) <<",
+     "        if (!P) ORV_LOG(Error) <<"),
+]
+
+
+def sources():
+    return sorted({source for _, source, _, _ in FAULTS})
+
+
+def main():
+    if sys.argv[1:] == ["--sources"]:
+        print(";".join(sources()), end="")
+        return
+    root, output = sys.argv[1:]
+    os.makedirs(output, exist_ok=True)
+    for source in sources():
+        with open(os.path.join(root, source), encoding="utf-8") as file:
+            text = file.read()
+        for number, (name, where, old, new) in enumerate(FAULTS, 1):
+            if where != source:
+                continue
+            if text.count(old) != 1:
+                sys.exit(f"{name}: its text stands in {source} {text.count(old)} times: {old}")
+            new = new.replace("ONE_IN(", f"OrvSim::PlantedOneIn({number}, ")
+            text = text.replace(old, re.sub(r"\bP\b", f"OrvSim::Planted({number})", new))
+        with open(os.path.join(output, os.path.basename(source)), "w", encoding="utf-8") as file:
+            file.write('#include "tests/sim/PlantedFault.h"\n' + text)
+    with open(os.path.join(output, "Faults.inc"), "w", encoding="utf-8") as file:
+        file.writelines(f"FAULT({number}, {name})\n" for number, (name, _, _, _) in enumerate(FAULTS, 1))
+
+
+main()

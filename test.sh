@@ -5,6 +5,7 @@
 #   ./test.sh                 all of it
 #   ./test.sh -R Settings     what matches, as for ctest
 #   ./test.sh --fuzz          runs each fuzz target for 60 s instead; names behind it choose among them
+#   ./test.sh --long          what takes hours instead, tests/long.sh
 set -euo pipefail
 cd "$(dirname "$0")"
 . cmake/packages.sh
@@ -32,6 +33,7 @@ if [ "${1:-}" = --fuzz ]; then
     exec tests/fuzz/run.sh build/fuzz 60 "$@"
 fi
 build dev
+if [[ ${1:-} == --long ]]; then exec tests/long.sh; fi
 build asan
 build tsan
 

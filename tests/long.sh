@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# What proves the system and takes too long for every day. Needs the dev build: start it by ./test.sh --long.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+echo "A simulated day of ten feeds"
+build/dev/bin/orv-sim --seed 1 --feeds 10 --hours 24
+
+# One run is one thread, so two halves of the seeds use two cores.
+echo "10,000 simulated runs of five minutes with five feeds"
+build/dev/bin/orv-sim --seed 1 --seeds 5000 &
+half=$!
+build/dev/bin/orv-sim --seed 5001 --seeds 5000
+wait "$half"

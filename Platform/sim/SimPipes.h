@@ -12,8 +12,8 @@
 
 namespace Platform::Sim {
 
-// Is told what servers do at their pipes, on their threads, right after it has happened. Must not block, and not use
-// pipes.
+// Is told what servers do at their pipes, on their threads, right after it has happened. May sleep, which
+// makes the operation slow. Must not use pipes.
 class PipeObserver {
 public:
     virtual ~PipeObserver() = default;

@@ -195,6 +195,7 @@ FeedModel* Checker::PumpOf(const std::string& pipe) {
     }
     feed->SetPumpThread(thread);
     byThread_[thread] = feed;
+    if (beforeFirstPass) beforeFirstPass();
     return feed;
 }
 

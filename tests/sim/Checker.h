@@ -3,6 +3,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -54,6 +55,9 @@ public:
     bool Saw(const std::string& text) const { return seen_.count(text) != 0; }
     FeedModel* FeedOn(const std::string& pipe) const;
 
+    // Called on the thread of each new pump once it has opened its pipe; may sleep.
+    std::function<void()> beforeFirstPass;
+
     // Over everything seen.
     u64 Hash() const { return hash_; }
     // All bytes of the log, if they are kept.
@@ -83,6 +87,7 @@ private:
     void ApplyFeed(bool deleted, const Row& newRow, const Row& oldRow);
     void ApplyParameter(const Row& row);
     void ApplyAnnouncement(bool deleted, const Row& newRow, const Row& oldRow);
+    void ExpectEnd(const std::string& pipe);
     void ExpectRebuild(const Row& newRow, const Row& oldRow);
     void Mix(const void* data, u64 count);
 
@@ -109,7 +114,7 @@ private:
     std::deque<ExpectedChange> expected_;
     bool changing_ = false;
     FeedModel* updating_ = nullptr;
-    std::string deletedPipe_;
+    std::vector<i32> leaving_;  // instances that must be gone when the change is over
     std::set<std::string> seen_;
 };
 

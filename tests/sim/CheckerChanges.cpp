@@ -93,15 +93,15 @@ void Checker::EndChange() {
     if (!builds_.empty()) world_.Fail("a feed was not built: " + builds_.front().Text("pipename"));
     if (updating_ != nullptr && world_.exact) updating_->EndUpdate();
     updating_ = nullptr;
-    if (!deletedPipe_.empty() && FeedOn(deletedPipe_) != nullptr) {
-        world_.Fail("a feed outlives its row: " + deletedPipe_);
+    for (const i32 instance : leaving_) {
+        if (feeds_.count(instance) != 0) world_.Fail("feed [" + std::to_string(instance) + "] outlives its change");
     }
-    deletedPipe_.clear();
+    leaving_.clear();
 }
 
 void Checker::ApplyFeed(bool deleted, const Row& newRow, const Row& oldRow) {
     if (deleted) {
-        deletedPipe_ = oldRow.Text("pipename");
+        if (oldRow.Has("idaudiofeed")) ExpectEnd(oldRow.Text("pipename"));
         return;
     }
     FeedModel* feed = FeedOn(newRow.Text("pipename"));
@@ -115,10 +115,16 @@ void Checker::ApplyFeed(bool deleted, const Row& newRow, const Row& oldRow) {
     ExpectRebuild(newRow, oldRow);
 }
 
+void Checker::ExpectEnd(const std::string& pipe) {
+    if (const FeedModel* feed = FeedOn(pipe)) leaving_.push_back(feed->Instance());
+}
+
 void Checker::ExpectRebuild(const Row& newRow, const Row& oldRow) {
     if (oldRow.Has("idaudiofeed")) managerLines_.push_back("Shutdown channel " + oldRow.Text("pipename"));
     if (newRow.Has("idaudiofeed")) managerLines_.push_back("Shutdown channel " + newRow.Text("pipename"));
     if (newRow.Has("idaudiofeed")) managerLines_.push_back("Creating channel " + newRow.Text("pipename"));
+    ExpectEnd(oldRow.Text("pipename"));
+    ExpectEnd(newRow.Text("pipename"));
     builds_.push_back(newRow);
 }
 

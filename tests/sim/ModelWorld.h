@@ -59,8 +59,6 @@ public:
     std::map<std::string, Row> announcements;
     i32 logLevel = 3;
     std::map<u64, std::deque<u32>> draws;
-    // Whether opening a file takes time, as it does at the start.
-    bool opensAreSlow = true;
     // So many starts of a pump must fail.
     u32 threadFailures = 0;
     // Whether the model follows every byte; otherwise only what holds whatever the order of the threads.

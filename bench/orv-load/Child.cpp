@@ -11,6 +11,14 @@
 #include <utility>
 
 namespace OrvLoad {
+namespace {
+
+constexpr int kOwnNice = -10;
+
+// The nice value this process was started with.
+int startNice = 0;
+
+}  // namespace
 
 Child::Child(const std::vector<std::string>& command, const std::string& outputFile) {
     std::vector<char*> arguments;
@@ -30,6 +38,7 @@ Child::Child(const std::vector<std::string>& command, const std::string& outputF
     ::dup2(input, 0);
     ::dup2(file, 1);
     ::dup2(file, 2);
+    ::setpriority(PRIO_PROCESS, 0, startNice);
     ::close_range(3, ~0U, 0);
     ::execv(arguments[0], arguments.data());
     ::_exit(127);
@@ -83,6 +92,11 @@ u64 RaiseDescriptorLimit() {
     limit.rlim_cur = limit.rlim_max;
     ::setrlimit(RLIMIT_NOFILE, &limit);
     return limit.rlim_cur;
+}
+
+bool RaisePriority() {
+    startNice = ::getpriority(PRIO_PROCESS, 0);
+    return ::setpriority(PRIO_PROCESS, 0, kOwnNice) == 0;
 }
 
 }  // namespace OrvLoad

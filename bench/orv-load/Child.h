@@ -40,4 +40,8 @@ private:
 // Raises this process's soft limit of descriptors to the hard one; children inherit it. The limit.
 u64 RaiseDescriptorLimit();
 
+// Puts this process before those that it starts, where the system allows it: thousands of threads that it has made busy
+// must not keep it from looking at its clock. Whether it is allowed.
+bool RaisePriority();
+
 }  // namespace OrvLoad

@@ -1,5 +1,6 @@
 #include "bench/orv-load/Common.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +13,24 @@
 #include <sstream>
 
 namespace OrvLoad {
+namespace {
+
+volatile sig_atomic_t interrupted = 0;
+
+void CheckInterrupt() {
+    if (interrupted == 0) return;
+    interrupted = 0;
+    throw LoadError("Interrupted");
+}
+
+}  // namespace
+
+void WatchForInterrupt() {
+    struct sigaction action {};
+    action.sa_handler = [](int) { interrupted = 1; };
+    ::sigaction(SIGINT, &action, nullptr);
+    ::sigaction(SIGTERM, &action, nullptr);
+}
 
 i64 Now() {
     timespec time{};
@@ -22,13 +41,14 @@ i64 Now() {
 void SleepFor(i64 nanoseconds) {
     if (nanoseconds <= 0) return;
     timespec time{nanoseconds / kSecond, nanoseconds % kSecond};
-    while (::nanosleep(&time, &time) != 0 && errno == EINTR) {
-    }
+    while (::nanosleep(&time, &time) != 0 && errno == EINTR) CheckInterrupt();
+    CheckInterrupt();
 }
 
 bool WaitFor(i64 nanoseconds, const std::function<bool()>& condition) {
     const i64 end = Now() + nanoseconds;
     while (!condition()) {
+        CheckInterrupt();
         if (Now() > end) return condition();
         SleepFor(2 * kMillisecond);
     }

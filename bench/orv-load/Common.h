@@ -22,6 +22,9 @@ inline constexpr i64 kFirstBlockOverdue = 275 * kMillisecond;
 
 // The steady clock in nanoseconds.
 i64 Now();
+// From here on SIGINT and SIGTERM make the two below throw LoadError, so that a run that is broken off leaves nothing
+// behind.
+void WatchForInterrupt();
 void SleepFor(i64 nanoseconds);
 // Asks `condition` every 2 ms; false when `nanoseconds` have passed without it.
 bool WaitFor(i64 nanoseconds, const std::function<bool()>& condition);

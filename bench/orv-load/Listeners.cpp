@@ -1,6 +1,7 @@
 #include "bench/orv-load/Listeners.h"
 
 #include <pthread.h>
+#include <signal.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -36,7 +37,13 @@ bool IsSilent(const u8* block) {
 
 Listeners::Listeners(i64 period) : period_(period), epoll_(::epoll_create1(EPOLL_CLOEXEC)) {
     if (epoll_ < 0) Fail("No epoll");
+    // Signals are the main thread's.
+    sigset_t all;
+    sigset_t before;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &before);
     thread_ = std::thread([this] { Run(); });
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 Listeners::~Listeners() {
@@ -133,8 +140,9 @@ void Listeners::DetachAll() {
 
 void Listeners::Run() {
     ::pthread_setname_np(::pthread_self(), "listeners");
+    const timespec period{0, period_};
     while (!stop_) {
-        if (period_ > 0) SleepFor(period_);
+        if (period_ > 0) ::nanosleep(&period, nullptr);
         ReadReady();
         const std::lock_guard guard(mutex_);
         ConnectPending();

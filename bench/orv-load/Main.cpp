@@ -65,7 +65,9 @@ int Main(int argc, char** argv) {
 
     Session& session = options.session;
     session.measure.period = static_cast<i64>(options.periodMilliseconds * kMillisecond);
+    WatchForInterrupt();
     RaiseDescriptorLimit();
+    RaisePriority();
     bool good = true;
     if (options.scenario == "all" && options.curve.empty()) options.curve = {10, 100, 1000, 5000};
     if (!options.scenario.empty()) RunScenario(options);

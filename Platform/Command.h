@@ -1,8 +1,9 @@
-// A command line that runs beside this process and gives bytes. Not on the simulated platform.
+// A command line or a program that runs beside this process and gives bytes. Not on the simulated platform.
 #pragma once
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "Platform/InputStream.h"
 
@@ -27,5 +28,16 @@ public:
 // Runs `command` by the system's shell, with an empty standard input and with this process's standard error. Null with
 // the system error when it cannot be started; a command that the shell does not find ends with exit code 127.
 std::unique_ptr<IRunningCommand> StartCommand(const std::string& command, SystemError& error);
+// The same for a program by its path with its arguments as they stand.
+std::unique_ptr<IRunningCommand> StartProgram(const std::string& program, const std::vector<std::string>& arguments,
+                                              SystemError& error);
+
+// The folder that this process's own program lies in, without a closing separator; empty when it cannot be told.
+std::string ProgramFolder();
+
+// From now on this process may hold so much memory, beyond which allocations fail, and use so much processor time,
+// beyond which the system ends it by the signal TimeLimitSignal(). It can't be taken back. False with the system error.
+bool LimitThisProcess(u64 memoryBytes, u32 processorSeconds, SystemError& error);
+i32 TimeLimitSignal();
 
 }  // namespace Platform

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <cerrno>
@@ -88,9 +89,7 @@ private:
     posix_spawnattr_t attributes_;
 };
 
-}  // namespace
-
-std::unique_ptr<IRunningCommand> StartCommand(const std::string& command, SystemError& error) {
+std::unique_ptr<IRunningCommand> Start(std::vector<std::string> words, SystemError& error) {
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0) {
         error = static_cast<SystemError>(errno);
@@ -98,14 +97,47 @@ std::unique_ptr<IRunningCommand> StartCommand(const std::string& command, System
     }
     Descriptor reading(ends[0]);
     const Descriptor writing(ends[1]);
-    std::string shell = "/bin/sh";
-    std::string option = "-c";
-    std::string line = command;
-    char* const arguments[] = {shell.data(), option.data(), line.data(), nullptr};
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
     pid_t process = 0;
-    error = static_cast<SystemError>(SpawnSettings(writing.Get()).Spawn(process, arguments));
+    error = static_cast<SystemError>(SpawnSettings(writing.Get()).Spawn(process, arguments.data()));
     if (error != 0) return nullptr;
     return std::make_unique<RunningCommand>(process, std::move(reading));
+}
+
+}  // namespace
+
+std::unique_ptr<IRunningCommand> StartCommand(const std::string& command, SystemError& error) {
+    return Start({"/bin/sh", "-c", command}, error);
+}
+
+std::unique_ptr<IRunningCommand> StartProgram(const std::string& program, const std::vector<std::string>& arguments,
+                                              SystemError& error) {
+    std::vector<std::string> words = {program};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return Start(std::move(words), error);
+}
+
+std::string ProgramFolder() {
+    std::string path(4096, '\0');
+    const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
+    if (length <= 0 || static_cast<std::size_t>(length) == path.size()) return {};
+    path.resize(static_cast<std::size_t>(length));
+    return path.substr(0, path.find_last_of('/'));
+}
+
+bool LimitThisProcess(u64 memoryBytes, u32 processorSeconds, SystemError& error) {
+    const rlimit memory{memoryBytes, memoryBytes};
+    // The later, hard limit kills; the earlier one ends with a signal that tells why.
+    const rlimit time{processorSeconds, processorSeconds + 5};
+    const bool done = ::setrlimit(RLIMIT_AS, &memory) == 0 && ::setrlimit(RLIMIT_CPU, &time) == 0;
+    error = done ? 0 : static_cast<SystemError>(errno);
+    return done;
+}
+
+i32 TimeLimitSignal() {
+    return SIGXCPU;
 }
 
 }  // namespace Platform

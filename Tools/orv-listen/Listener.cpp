@@ -1,77 +1,30 @@
 #include "Tools/orv-listen/Listener.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
 #include <memory>
 #include <vector>
 
 #include "Platform/Clock.h"
 #include "Platform/NamedPipe.h"
-#include "Platform/Terminal.h"
 #include "Platform/Thread.h"
-#include "Tools/orv-listen/Level.h"
+#include "Tools/orv-listen/MeterDisplay.h"
+#include "Tools/orv-listen/Samples.h"
 #include "Tools/orv-listen/Sinks.h"
 #include "Tools/orv-listen/SoundQueue.h"
+#include "Tools/orv-listen/SteadyPace.h"
 
 namespace Orv {
 namespace {
 
 constexpr u64 QueueBytes = 32000;  // two seconds
 constexpr u32 ReadTimeoutMs = 100;
-constexpr u32 MeterPeriodMs = 125;
-constexpr u32 PlainMeterPeriodMs = 1000;
+constexpr u32 TickMs = 20;  // how often silence is looked for while following
 constexpr u32 FirstRetryMs = 100;
 constexpr u32 LastRetryMs = 2000;
 constexpr u32 LossReportMs = 1000;
-
-// Shows the level on standard error: a live bar on a terminal, a plain line a second elsewhere.
-class MeterDisplay {
-public:
-    explicit MeterDisplay(std::string name)
-        : name_(std::move(name)), live_(Platform::IsTerminal(Platform::StandardStream::Error)) {}
-
-    void Add(const u8* bytes, u64 count) {
-        for (u64 i = 0; i < count; ++i) {
-            if (!haveLow_) {
-                low_ = bytes[i];
-                haveLow_ = true;
-                continue;
-            }
-            haveLow_ = false;
-            meter_.Add(static_cast<i16>(static_cast<u16>(low_ | (bytes[i] << 8))));
-        }
-    }
-
-    // A connection that ends in the middle of a sample starts anew with a whole one.
-    void Restart() { haveLow_ = false; }
-
-    void ShowWhenDue() {
-        const u64 now = Platform::SteadyMilliseconds();
-        if (now - last_ < (live_ ? MeterPeriodMs : PlainMeterPeriodMs)) return;
-        last_ = now;
-        if (live_) {
-            std::fprintf(stderr, "\r\033[K%-16s [%s] %6.1f dB  peak %6.1f dB", name_.c_str(),
-                         LevelBar(meter_.RmsDb(), meter_.PeakDb(), 40).c_str(), meter_.RmsDb(), meter_.PeakDb());
-        } else {
-            std::fprintf(stderr, "%s: level %.1f dB, peak %.1f dB, %.3f s of sound\n", name_.c_str(), meter_.RmsDb(),
-                         meter_.PeakDb(), static_cast<double>(meter_.Count()) / 8000.0);
-        }
-        meter_.Clear();
-    }
-
-    void End() {
-        if (live_) std::fputc('\n', stderr);
-    }
-
-private:
-    const std::string name_;
-    const bool live_;
-    LevelMeter meter_;
-    u64 last_ = Platform::SteadyMilliseconds();
-    u8 low_ = 0;
-    bool haveLow_ = false;
-};
 
 // Tells on standard error, at most once a second, how much sound the output has cost.
 class LossReport {
@@ -94,37 +47,49 @@ private:
 struct Output {
     std::vector<std::unique_ptr<ISoundSink>> sinks;
     SoundQueue queue{QueueBytes};
-    std::atomic<bool> failed{false};
+    std::atomic<SinkState> state{SinkState::Open};
     std::atomic<bool> finished{false};
+
+    bool IsOpen() const { return state.load(std::memory_order_acquire) == SinkState::Open; }
+    // Whether all took it. The first that did not decides.
+    template <typename Step>
+    bool Each(Step step) {
+        for (const auto& sink : sinks) {
+            const SinkState now = step(*sink);
+            if (now == SinkState::Open) continue;
+            state.store(now, std::memory_order_release);
+            return false;
+        }
+        return true;
+    }
 };
 
 void RunOutput(Output& output) {
     std::vector<u8> bytes;
-    while (output.queue.Take(bytes)) {
-        for (const auto& sink : output.sinks) {
-            if (sink->Write(bytes.data(), bytes.size())) continue;
-            output.failed.store(true, std::memory_order_release);
-            output.finished.store(true, std::memory_order_release);
-            return;
-        }
+    bool open = output.Each([](ISoundSink& sink) { return sink.Begin(); });
+    while (open && output.queue.Take(bytes)) {
+        open = output.Each([&](ISoundSink& sink) { return sink.Write(bytes.data(), bytes.size()); });
     }
-    for (const auto& sink : output.sinks) {
-        if (!sink->Finish()) output.failed.store(true, std::memory_order_release);
-    }
+    if (open) output.Each([](ISoundSink& sink) { return sink.Finish(); });
     output.finished.store(true, std::memory_order_release);
 }
 
 class Session {
 public:
     Session(const ListenOptions& options, std::atomic<bool>& stop, Output& output)
-        : options_(options), stop_(stop), output_(output), meter_(options.name) {
+        : options_(options),
+          stop_(stop),
+          output_(output),
+          meter_(options.name),
+          pace_(Platform::SteadyMilliseconds()),
+          fills_(options.follow && !output.sinks.empty()) {
         if (options.seconds > 0.0) wanted_ = static_cast<u64>(std::llround(options.seconds * 8000.0)) * 2;
     }
 
     i32 Run() {
         u32 retry = FirstRetryMs;
         bool told = false;
-        while (!Stopped()) {
+        while (!Stopped() && !Complete()) {
             Platform::SystemError error = 0;
             auto pipe = Platform::ConnectPipe(options_.name, error);
             if (pipe == nullptr) {
@@ -134,31 +99,38 @@ public:
                                  Platform::SystemErrorText(error).c_str());
                 }
                 told = true;
-                Platform::SleepMilliseconds(retry);
+                Wait(retry);
                 retry = std::min(retry * 2, LastRetryMs);
                 continue;
             }
             if (told) std::fprintf(stderr, "orv-listen: connected to '%s'\n", options_.name.c_str());
             told = false;
-            retry = FirstRetryMs;
+            const u64 before = heard_;
             Drain(*pipe);
-            if (Complete()) break;
             if (!options_.follow) break;
+            pipe.reset();
+            // One that takes clients only to drop them is away as well.
+            if (heard_ == before) Wait(retry);
+            retry = heard_ == before ? std::min(retry * 2, LastRetryMs) : FirstRetryMs;
         }
         meter_.End();
-        if (output_.failed.load(std::memory_order_acquire)) return ListenOutputFailed;
-        if (wanted_ != 0 && !Complete() && !stop_.load(std::memory_order_relaxed)) {
-            std::fprintf(stderr, "orv-listen: the feed '%s' ended after %.3f s of sound\n", options_.name.c_str(),
-                         static_cast<double>(got_) / 16000.0);
-            return ListenCutOff;
-        }
-        return ListenDone;
+        return Result();
     }
 
 private:
     bool Complete() const { return wanted_ != 0 && got_ >= wanted_; }
-    bool Stopped() const {
-        return stop_.load(std::memory_order_relaxed) || output_.failed.load(std::memory_order_acquire);
+    bool Stopped() const { return stop_.load(std::memory_order_relaxed) || !output_.IsOpen() || ReaderGone(); }
+    bool ReaderGone() const {
+        return std::any_of(output_.sinks.begin(), output_.sinks.end(),
+                           [](const auto& sink) { return sink->ReaderGone(); });
+    }
+
+    i32 Result() const {
+        if (output_.state.load(std::memory_order_acquire) == SinkState::Failed) return ListenOutputFailed;
+        if (wanted_ == 0 || Complete() || Stopped()) return ListenDone;
+        std::fprintf(stderr, "orv-listen: the feed '%s' ended after %.3f s of sound\n", options_.name.c_str(),
+                     static_cast<double>(got_) / kBytesPerSecond);
+        return ListenCutOff;
     }
 
     i32 TellNoFeed(Platform::SystemError error) const {
@@ -174,23 +146,54 @@ private:
 
     void Drain(Platform::IPipeClient& pipe) {
         u8 bytes[4096];
-        meter_.Restart();
+        aligner_.Restart();
         while (!Stopped() && !Complete()) {
-            u64 size = sizeof bytes;
-            if (wanted_ != 0) size = std::min<u64>(size, wanted_ - got_);
             u64 taken = 0;
             Platform::SystemError error = 0;
-            const auto outcome = pipe.Read(bytes, size, ReadTimeoutMs, taken, error);
-            if (outcome == Platform::IPipeClient::Outcome::Closed) return;
+            const auto outcome = pipe.Read(bytes, sizeof bytes, fills_ ? TickMs : ReadTimeoutMs, taken, error);
+            if (outcome == Platform::IPipeClient::Outcome::Closed) break;
             if (outcome == Platform::IPipeClient::Outcome::Data) {
-                got_ += taken;
-                if (!output_.sinks.empty()) loss_.Add(output_.queue.Push(bytes, taken));
-                if (options_.meter) meter_.Add(bytes, taken);
+                const std::vector<u8>& samples = aligner_.Add(bytes, taken);
+                heard_ += taken;
+                pace_.Delivered(samples.size());
+                Deliver(samples.data(), samples.size());
             }
-            if (options_.meter) meter_.ShowWhenDue();
-            loss_.ShowWhenDue(false);
+            FillGap();
+            ShowWhenDue();
         }
         loss_.ShowWhenDue(true);
+    }
+
+    // For the time without a feed.
+    void Wait(u32 milliseconds) {
+        const u64 end = Platform::SteadyMilliseconds() + milliseconds;
+        while (!Stopped() && !Complete()) {
+            const u64 now = Platform::SteadyMilliseconds();
+            if (now >= end) return;
+            Platform::SleepMilliseconds(static_cast<u32>(std::min<u64>(end - now, TickMs)));
+            FillGap();
+            ShowWhenDue();
+        }
+    }
+
+    void FillGap() {
+        if (!fills_ || Complete()) return;
+        const u64 missing = pace_.TakeMissing(Platform::SteadyMilliseconds());
+        if (missing == 0) return;
+        const std::vector<u8> silence(missing, 0);
+        Deliver(silence.data(), silence.size());
+    }
+
+    void Deliver(const u8* samples, u64 count) {
+        if (wanted_ != 0) count = std::min(count, wanted_ - got_);
+        got_ += count;
+        if (!output_.sinks.empty()) loss_.Add(output_.queue.Push(samples, count));
+        if (options_.meter) meter_.Add(samples, count);
+    }
+
+    void ShowWhenDue() {
+        if (options_.meter) meter_.ShowWhenDue();
+        loss_.ShowWhenDue(false);
     }
 
     const ListenOptions& options_;
@@ -198,24 +201,36 @@ private:
     Output& output_;
     MeterDisplay meter_;
     LossReport loss_;
-    u64 wanted_ = 0;  // bytes; 0: no limit
-    u64 got_ = 0;
+    SampleAligner aligner_;
+    SteadyPace pace_;
+    const bool fills_;
+    u64 wanted_ = 0;  // bytes of samples; 0: no limit
+    u64 got_ = 0;     // bytes of samples, silence in place of the feed included
+    u64 heard_ = 0;   // bytes that came from the feed
 };
+
+i32 CannotWrite(const std::string& path, const std::string& reason) {
+    std::fprintf(stderr, "orv-listen: cannot write '%s': %s. Name a file in a folder you may write to.\n", path.c_str(),
+                 reason.c_str());
+    return ListenOutputFailed;
+}
 
 }  // namespace
 
 i32 Listen(const ListenOptions& options, std::atomic<bool>& stop) {
     Output output;
-    if (options.rawToStandardOutput) output.sinks.push_back(MakeStandardOutputSink());
+    std::string reason;
+    std::atomic<bool> giveUp{false};  // for an output that waits
+    if (options.rawToStandardOutput) {
+        output.sinks.push_back(MakeStreamSink(Platform::OpenStandardOutput(), options.format, giveUp));
+    }
+    if (!options.fifoPath.empty()) {
+        output.sinks.push_back(MakeFifoSink(options.fifoPath, options.format, giveUp, reason));
+        if (output.sinks.back() == nullptr) return CannotWrite(options.fifoPath, reason);
+    }
     if (!options.wavPath.empty()) {
-        std::string reason;
-        auto wav = MakeWavSink(options.wavPath, reason);
-        if (wav == nullptr) {
-            std::fprintf(stderr, "orv-listen: cannot write '%s': %s. Name a file in a folder you may write to.\n",
-                         options.wavPath.c_str(), reason.c_str());
-            return ListenOutputFailed;
-        }
-        output.sinks.push_back(std::move(wav));
+        output.sinks.push_back(MakeWavSink(options.wavPath, reason));
+        if (output.sinks.back() == nullptr) return CannotWrite(options.wavPath, reason);
     }
 
     Platform::Thread writer("output", [&output] { RunOutput(output); });
@@ -226,12 +241,18 @@ i32 Listen(const ListenOptions& options, std::atomic<bool>& stop) {
     for (u32 waited = 0; waited < 2000 && !output.finished.load(std::memory_order_acquire); waited += 10) {
         Platform::SleepMilliseconds(10);
     }
+    giveUp.store(true, std::memory_order_relaxed);
+    for (u32 waited = 0; waited < 500 && !output.finished.load(std::memory_order_acquire); waited += 10) {
+        Platform::SleepMilliseconds(10);
+    }
     if (!output.finished.load(std::memory_order_acquire)) {
         std::fprintf(stderr, "orv-listen: the output took no more; its last seconds are lost\n");
         std::_Exit(ListenOutputFailed);
     }
     writer.Join();
-    return result == ListenDone && output.failed.load(std::memory_order_acquire) ? i32{ListenOutputFailed} : result;
+    const bool failed = output.state.load(std::memory_order_acquire) == SinkState::Failed;
+    if (failed) std::fprintf(stderr, "orv-listen: the output took no more; its last sound is lost\n");
+    return result == ListenDone && failed ? i32{ListenOutputFailed} : result;
 }
 
 }  // namespace Orv

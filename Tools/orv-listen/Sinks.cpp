@@ -2,18 +2,11 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 namespace Orv {
 namespace {
-
-class StandardOutputSink final : public ISoundSink {
-public:
-    bool Write(const u8* bytes, u64 count) override {
-        return std::fwrite(bytes, 1, count, stdout) == count && std::fflush(stdout) == 0;
-    }
-    bool Finish() override { return std::fflush(stdout) == 0; }
-};
 
 void PutLittleEndian(u8* out, u32 value, u32 bytes) {
     for (u32 i = 0; i < bytes; ++i) out[i] = static_cast<u8>(value >> (8 * i));
@@ -43,20 +36,19 @@ public:
         if (file_ != nullptr) std::fclose(file_);
     }
 
-    bool Write(const u8* bytes, u64 count) override {
+    SinkState Write(const u8* bytes, u64 count) override {
         // The length fields hold 32 bits: 37 hours of sound.
-        if (written_ + count > 0xFFFFFFFFu - 36) return false;
-        if (std::fwrite(bytes, 1, count, file_) != count) return false;
+        if (written_ + count > 0xFFFFFFFFu - 36) return SinkState::Failed;
+        if (std::fwrite(bytes, 1, count, file_) != count) return SinkState::Failed;
         written_ += static_cast<u32>(count);
-        if (written_ - stated_ < 16000) return true;
-        return StateLength();
+        return written_ - stated_ < 16000 || StateLength() ? SinkState::Open : SinkState::Failed;
     }
 
-    bool Finish() override {
+    SinkState Finish() override {
         const bool stated = StateLength();
         const bool closed = std::fclose(file_) == 0;
         file_ = nullptr;
-        return stated && closed;
+        return stated && closed ? SinkState::Open : SinkState::Failed;
     }
 
 private:
@@ -74,10 +66,6 @@ private:
 };
 
 }  // namespace
-
-std::unique_ptr<ISoundSink> MakeStandardOutputSink() {
-    return std::make_unique<StandardOutputSink>();
-}
 
 std::unique_ptr<ISoundSink> MakeWavSink(const std::string& path, std::string& reason) {
     std::FILE* file = std::fopen(path.c_str(), "wb");

@@ -158,6 +158,21 @@ TEST(CommandTest, DestroyingItEndsItAndWhatItHasStarted) {
     }
 }
 
+TEST(CommandTest, AProgramGetsItsArgumentsAsTheyStand) {
+    SystemError error = 99;
+    const auto program = StartProgram("/usr/bin/printf", {"%s|", "a b", "$HOME;'", ""}, error);
+    ASSERT_NE(program, nullptr);
+    EXPECT_EQ(error, 0u);
+    EXPECT_EQ(ReadToEnd(program->Output()), "a b|$HOME;'||");
+    EXPECT_EQ(EndOf(*program).exitCode, 0);
+    EXPECT_EQ(StartProgram("/nowhere/at/all", {}, error), nullptr);
+    EXPECT_EQ(error, static_cast<SystemError>(ENOENT));
+}
+
+TEST(CommandTest, TheFolderOfTheProgramIsTold) {
+    EXPECT_TRUE(std::filesystem::exists(ProgramFolder() + "/platform_linux_commands")) << ProgramFolder();
+}
+
 TEST(CommandTest, OneThatDoesNotListenIsEndedAfterTwoSeconds) {
     auto command = Start("trap '' TERM; echo ready; while :; do sleep 0.1; done");
     char byte = 0;

@@ -97,14 +97,14 @@ TEST_F(ListenProgram, TheServicesSettingsFileNamesTheFolderOfThePipes) {
     Prepare();
     WriteFileText(folder_ / "service.ini", "[General]\nPipePath=\"" + (folder_ / "p") + "\"\n");
     ProcessOptions options = Command({});
-    options.command = {ORV_LISTEN, "feed", "-c", folder_ / "service.ini"};
+    options.command = {ORV_LISTEN, "feed", "--config", folder_ / "service.ini"};
     Process process(options);
     Serve(Sound(2000));
     instance_.reset();
     ASSERT_TRUE(process.WaitFor(10000));
     EXPECT_EQ(ReadFileText(folder_ / "out"), Sound(2000));
 
-    const RunResult missing = OrvTest::Run({ORV_LISTEN, "feed", "-c", folder_ / "none.ini"});
+    const RunResult missing = OrvTest::Run({ORV_LISTEN, "feed", "--config", folder_ / "none.ini"});
     EXPECT_EQ(missing.exitCode, 2);
     EXPECT_EQ(missing.error, "orv-listen: the settings file " + (folder_ / "none.ini") +
                                  " cannot be opened; check its name and its rights\n");
@@ -118,10 +118,71 @@ TEST_F(ListenProgram, FollowingWaitsForTheFeedAndConnectsAgainWhenItComesBack) {
     instance_.reset();
     endpoint_.reset();
     Serve("second");
-    ASSERT_TRUE(WaitForText(folder_ / "out", "first second"));
+    ASSERT_TRUE(WaitForText(folder_ / "out", "second"));
+    const std::string out = ReadFileText(folder_ / "out");
+    const std::size_t second = out.find("second");
+    const std::string between = out.substr(out.find("first ") + 6, second - out.find("first ") - 6);
+    EXPECT_EQ(between, std::string(between.size(), '\0')) << "only silence stands between";
     process.Signal(SIGTERM);
     ASSERT_TRUE(process.WaitFor(10000));
     EXPECT_EQ(process.ExitCode(), 0);
+}
+
+TEST_F(ListenProgram, FollowingGivesRealTimeWithoutAFeed) {
+    const auto start = std::chrono::steady_clock::now();
+    Process process(Command({"--follow", "--seconds", "2", "--prefill-ms", "300", "-r", "8000", "-c", "1"}));
+    ASSERT_TRUE(process.WaitFor(10000));
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(process.ExitCode(), 0);
+    EXPECT_EQ(ReadFileText(folder_ / "out"), std::string(32000 + 4800, '\0'));
+    EXPECT_GE(took, std::chrono::milliseconds(2000));
+}
+
+TEST_F(ListenProgram, MuLawWritesOneByteASample) {
+    Prepare();
+    Process process(Command({"--ulaw"}));
+    Serve(std::string("\x00\x00\xE8\x03\x18\xFC\xFF\x7F", 8));  // 0, 1000, -1000, 32767
+    instance_.reset();
+    ASSERT_TRUE(process.WaitFor(10000));
+    EXPECT_EQ(process.ExitCode(), 0);
+    EXPECT_EQ(ReadFileText(folder_ / "out"), "\xFF\xCE\x4E\x80");
+}
+
+TEST_F(ListenProgram, AReaderThatLeavesEndsItCleanlyEvenWhileTheFeedIsSilent) {
+    for (const bool follow : {false, true}) {
+        int ends[2];
+        ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+        Prepare();
+        ProcessOptions options = Command(follow ? std::vector<std::string>{"--follow"} : std::vector<std::string>{});
+        options.outputFile = "/proc/self/fd/" + std::to_string(ends[1]);
+        Process process(options);
+        Serve(Sound(640));
+        char byte = 0;
+        ASSERT_EQ(::read(ends[0], &byte, 1), 1);
+        ::close(ends[1]);
+        ::close(ends[0]);
+        EXPECT_TRUE(process.WaitFor(5000)) << follow;
+        EXPECT_EQ(process.ExitCode(), 0) << follow;
+        instance_.reset();
+        endpoint_.reset();
+    }
+    EXPECT_EQ(ReadFileText(folder_ / "err"), "");
+}
+
+TEST_F(ListenProgram, AFifoIsMadeAndServedToOneReaderAfterTheOther) {
+    Process process(Command({"--follow", "--to-fifo", folder_ / "fifo"}));
+    ASSERT_TRUE(Eventually([&] { return std::filesystem::is_fifo(folder_ / "fifo"); }));
+    for (int reader = 0; reader < 2; ++reader) {
+        const RunResult result = OrvTest::Run({"/usr/bin/head", "-c", "6400", folder_ / "fifo"});
+        EXPECT_EQ(result.output, std::string(6400, '\0')) << reader;
+    }
+    EXPECT_EQ(process.Stop(), 0);
+}
+
+TEST_F(ListenProgram, OtherRatesAndChannelsAreRefused) {
+    EXPECT_EQ(OrvTest::Run({ORV_LISTEN, "feed", "-r", "16000"}).exitCode, 2);
+    EXPECT_EQ(OrvTest::Run({ORV_LISTEN, "feed", "-c", "2"}).exitCode, 2);
+    EXPECT_EQ(OrvTest::Run({ORV_LISTEN, "feed", "--ulaw", "--wav", "x.wav"}).exitCode, 2);
 }
 
 TEST_F(ListenProgram, AnOutputThatTakesNothingNeverStallsTheFeed) {

@@ -23,8 +23,8 @@ TEST(WavSink, AFinishedFileStatesItsLengthsAndHoldsTheSound) {
     auto sink = MakeWavSink(folder / "a.wav", reason);
     ASSERT_NE(sink, nullptr) << reason;
     const u8 sound[] = {1, 2, 3, 4, 5, 6};
-    EXPECT_TRUE(sink->Write(sound, 6));
-    EXPECT_TRUE(sink->Finish());
+    EXPECT_EQ(sink->Write(sound, 6), SinkState::Open);
+    EXPECT_EQ(sink->Finish(), SinkState::Open);
     const std::string bytes = ReadFileText(folder / "a.wav");
     ASSERT_EQ(bytes.size(), 50u);
     EXPECT_EQ(bytes.substr(0, 4), "RIFF");
@@ -41,7 +41,7 @@ TEST(WavSink, AfterEachSecondTheLengthsStandInTheFileSoThatACutOffRecordingPlays
     auto sink = MakeWavSink(folder / "a.wav", reason);
     ASSERT_NE(sink, nullptr) << reason;
     const std::string second(16000, 'x');
-    EXPECT_TRUE(sink->Write(reinterpret_cast<const u8*>(second.data()), second.size()));
+    EXPECT_EQ(sink->Write(reinterpret_cast<const u8*>(second.data()), second.size()), SinkState::Open);
     const std::string bytes = ReadFileText(folder / "a.wav");
     ASSERT_GE(bytes.size(), 44u);
     EXPECT_EQ(Length(bytes, 40), "16000");

@@ -2,11 +2,13 @@
 
 # Builds and runs the system.
 ORV_RUN_PACKAGES="g++ cmake ninja-build pkg-config libgrpc++-dev protobuf-compiler protobuf-compiler-grpc libprotobuf-dev
-libsqlite3-dev libsodium-dev libcli11-dev nlohmann-json3-dev asterisk-moh-opsound-wav asterisk-core-sounds-en-wav"
+libsqlite3-dev libsodium-dev libcli11-dev nlohmann-json3-dev libsndfile1-dev libsoxr-dev libebur128-dev
+asterisk-moh-opsound-wav asterisk-core-sounds-en-wav"
 
 # Proves it.
 ORV_TEST_PACKAGES="$ORV_RUN_PACKAGES clang libclang-rt-14-dev clang-format libgtest-dev libgmock-dev sox ffmpeg
-util-linux ccache binutils python3 dpkg-dev debhelper lintian systemd man-db zsh fish"
+util-linux ccache binutils python3 dpkg-dev debhelper lintian systemd man-db zsh fish
+alsa-utils gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good"
 
 # Measures it, beside others.
 ORV_BENCH_PACKAGES="$ORV_RUN_PACKAGES libbenchmark-dev ffmpeg gstreamer1.0-tools gstreamer1.0-plugins-base

@@ -25,10 +25,10 @@ for tool in dpkg-buildpackage dh; do
 done
 if [ -z "$binaries" ]; then
     cmake --preset release
-    cmake --build build/release --target orv-audio-feed orv-config orvctl orv-listen
+    cmake --build build/release --target orv-audio-feed orv-config orvctl orv-listen orv-convert
     binaries=$PWD/build/release/bin
 fi
-for program in orv-audio-feed orv-config orvctl orv-listen; do
+for program in orv-audio-feed orv-config orvctl orv-listen orv-convert; do
     [ -x "$binaries/$program" ] || { echo "$binaries/$program is missing; build it first" >&2; exit 1; }
 done
 
@@ -38,7 +38,7 @@ rm -f "$output"/orv-*
 mkdir -p "$stage/orv"
 cp -r packaging/debian "$stage/orv/debian"
 cp -r packaging/man packaging/completion packaging/log-clean packaging/log-clean.conf packaging/default-sound.py \
-    docs/guide.md "$stage/orv/"
+    docs/guide.md docs/consumers.md "$stage/orv/"
 options=${DEB_BUILD_OPTIONS:-}
 if [ -n "$fast" ]; then
     options="$options noautodbgsym"

@@ -8,7 +8,7 @@ namespace {
 constexpr char kExitCodes[] =
     "Exit codes: 0 done, 1 refused by the service, 2 bad command line, settings or file, 3 nobody answers, 4 wrong\n"
     "credentials, 5 not found, 6 not allowed for this user, 7 connection lost before the answer, 8 the service could\n"
-    "not write.";
+    "not write, 9 a sound file was refused.";
 
 std::string Article(const TableWords& words) {
     return std::string(words.noun[0] == 'a' ? "an " : "a ") + words.noun;
@@ -48,6 +48,7 @@ void OrvctlCommandLine::Describe(CLI::App& app) {
     for (const TableWords& words : AdministeredTables()) DescribeRows(app, words);
     DescribeUsers(app);
     DescribeSetup(app);
+    DescribeImport(app);
 
     CLI::App* apply = app.add_subcommand("apply", "Bring rows to what a file states, all in one transaction");
     apply->add_option("file", file_, "The file, as export writes it; - for standard input")->required();
@@ -160,6 +161,38 @@ void OrvctlCommandLine::DescribeSetup(CLI::App& app) {
     setup->add_flag("--new-passwords", setup_.newPasswords, "Give both users new passwords");
     setup->callback([this] { command_ = [this] { RunSetup(context_, setup_); }; });
     setup->footer(kExitCodes);
+}
+
+void OrvctlCommandLine::DescribeImport(CLI::App& app) {
+    CLI::App* import = app.add_subcommand(
+        "import", "Bring sound files (WAV, FLAC, Ogg, Opus, MP3; mono or stereo) into the folder of a feed");
+    import->add_option("files", import_.files, "The sound files")->required();
+    CLI::Option* feed = import->add_option("--feed", import_.feed, "The feed that is to play them")->type_name("NAME");
+    import->add_option("--announcement", import_.announcement, "The announcement that is to play it")
+        ->type_name("NAME")
+        ->excludes(feed);
+    CLI::Option* lufs = import->add_option("--loudness", import_.lufs, "Loudness to bring them to, in LUFS")
+                            ->check(CLI::Range(-40.0, -10.0))
+                            ->type_name("N")
+                            ->capture_default_str();
+    import->add_flag("--no-loudness", import_.keepLoudness, "Keep them as loud as they are")->excludes(lufs);
+    import->add_flag("--replace", import_.replace, "Replace files of the same name");
+    import
+        ->add_option("--prompts", import_.prompts, "Root of the prompts, if it is not where the service's settings say")
+        ->type_name("DIR");
+    import->add_option("--memory-limit", import_.memoryLimit, "Megabytes that the conversion of a file may take")
+        ->check(CLI::Range(16, 65536))
+        ->type_name("N")
+        ->capture_default_str();
+    import->add_option("--time-limit", import_.timeLimit, "Seconds of processor time for a file")
+        ->check(CLI::Range(1, 86400))
+        ->type_name("N")
+        ->capture_default_str();
+    import->callback([this] { command_ = [this] { ImportFiles(context_, import_);
+};
+}  // namespace Orv
+);
+import->footer(kExitCodes);
 }
 
 void OrvctlCommandLine::DescribeUsers(CLI::App& app) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Tools/orvctl/Commands.h"
+#include "Tools/orvctl/Import.h"
 #include "Tools/orvctl/Setup.h"
 
 namespace CLI {
@@ -31,6 +32,7 @@ private:
                            const std::string& description);
     void DescribeUsers(CLI::App& app);
     void DescribeSetup(CLI::App& app);
+    void DescribeImport(CLI::App& app);
 
     // What was typed for one change of a row.
     struct RowOptions {
@@ -46,6 +48,7 @@ private:
     std::string file_;
     TypedUser user_;
     SetupOptions setup_;
+    ImportOptions import_;
 };
 
 }  // namespace Orv

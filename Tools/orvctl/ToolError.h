@@ -16,6 +16,7 @@ enum class ExitCode : int {
     NotAllowed = 6,      // the user's role does not allow it
     ConnectionLost = 7,  // in the middle; a change may have been made
     ServiceFailed = 8,   // the service could not write; nothing was changed
+    FileRefused = 9,     // a sound file could not be imported
 };
 
 // Ends the command with its code and the text on standard error.

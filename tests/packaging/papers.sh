@@ -34,6 +34,7 @@ knows orv-config orv-config.8 user
 knows orv-config orv-config.8 user add
 knows orvctl orvctl.1
 knows orvctl orvctl.1 setup
+knows orvctl orvctl.1 import
 
 # --- completion ---
 for file in completion/*.bash; do bash -n "$file"; done
@@ -51,6 +52,8 @@ in_bash() { # words...
         _orv_completion 2>/dev/null
         echo "${COMPREPLY[*]}"' bash "$@"
 }
+expect "orvctl imp" "import" "$(in_bash orvctl imp)"
+expect "orv-listen hold --to" "--to-fifo" "$(in_bash orv-listen hold --to)"
 expect "orvctl fe" "feed" "$(in_bash orvctl fe)"
 expect "orvctl feed " "list show add set remove" "$(in_bash orvctl feed "")"
 expect "orvctl feed add x --ty" "--type" "$(in_bash orvctl feed add x --ty)"

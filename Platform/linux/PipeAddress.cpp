@@ -49,12 +49,24 @@ bool PipeAddress::Make(const std::string& name, PipeAddress& address, SystemErro
     address.path = address.folder;
     if (address.path.back() != '/') address.path += '/';
     address.path += PipeFileName(name);
+    return address.Fill(error);
+}
 
-    address.address = {};
-    address.address.sun_family = AF_UNIX;
+bool PipeAddress::OfPath(const std::string& path, PipeAddress& address, SystemError& error) {
+    error = EINVAL;
+    address.path = NativePath(path);
+    if (!CanBeNamed(address.path) || address.path.back() == '/') return false;
+    const auto slash = address.path.rfind('/');
+    address.folder = slash == std::string::npos ? "." : slash == 0 ? "/" : address.path.substr(0, slash);
+    return address.Fill(error);
+}
+
+bool PipeAddress::Fill(SystemError& error) {
+    address = {};
+    address.sun_family = AF_UNIX;
     error = ENAMETOOLONG;
-    if (address.path.size() >= sizeof address.address.sun_path) return false;
-    std::memcpy(address.address.sun_path, address.path.c_str(), address.path.size());
+    if (path.size() >= sizeof address.sun_path) return false;
+    std::memcpy(address.sun_path, path.c_str(), path.size());
     error = 0;
     return true;
 }

@@ -50,8 +50,9 @@ Mutex& BindMutex() {
     return mutex;
 }
 
-// Whether a socket is bound to the address, without disturbing who serves it: a datagram socket cannot be connected to
-// a stream socket, which is told only when there is one.
+}  // namespace
+
+// A datagram socket cannot be connected to a stream socket, which is told only when there is one.
 bool IsServed(const PipeAddress& address, SystemError& error) {
     const Descriptor probe(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     error = 0;
@@ -61,12 +62,15 @@ bool IsServed(const PipeAddress& address, SystemError& error) {
     return false;
 }
 
-}  // namespace
-
 std::shared_ptr<PipeListener> PipeListener::Bind(const std::string& name, SystemError& error) {
-    std::shared_ptr<PipeListener> listener(new PipeListener);
-    if (!PipeAddress::Make(name, listener->address_, error)) return nullptr;
+    PipeAddress address;
+    if (!PipeAddress::Make(name, address, error)) return nullptr;
+    return BindAt(address, error);
+}
 
+std::shared_ptr<PipeListener> PipeListener::BindAt(const PipeAddress& address, SystemError& error) {
+    std::shared_ptr<PipeListener> listener(new PipeListener);
+    listener->address_ = address;
     LockGuard<Mutex> guard(BindMutex());
     Descriptor folder = OpenFolder(listener->address_.folder);
     if (!folder.IsOpen() && errno == ENOENT) folder = MakeFolder(listener->address_.folder);

@@ -17,6 +17,8 @@ public:
     // the system error otherwise: EADDRINUSE when somebody serves it, EEXIST when something else than a socket stands
     // there, EAGAIN when another process is at this very step.
     static std::shared_ptr<PipeListener> Bind(const std::string& name, SystemError& error);
+    // The same for a socket that is no pipe.
+    static std::shared_ptr<PipeListener> BindAt(const PipeAddress& address, SystemError& error);
 
     ~PipeListener() { Close(); }
     PipeListener(const PipeListener&) = delete;
@@ -39,5 +41,9 @@ private:
     u64 device_ = 0;
     u64 inode_ = 0;
 };
+
+// Whether a socket is bound to the address, without disturbing who serves it. False with an error when that cannot be
+// told.
+bool IsServed(const PipeAddress& address, SystemError& error);
 
 }  // namespace Platform

@@ -3,6 +3,7 @@
 
 #include "Platform/sim/SimClock.h"
 #include "Platform/sim/SimFiles.h"
+#include "Platform/sim/SimLocalServers.h"
 #include "Platform/sim/SimMemory.h"
 #include "Platform/sim/SimPipes.h"
 #include "Platform/sim/SimRandom.h"
@@ -16,6 +17,7 @@ struct World {
     SimClock clock;
     SimRandom random;
     SimFiles files;
+    SimLocalServers localServers;
     SimMemory memory;
     SimPipes pipes;
     SimService service;

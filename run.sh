@@ -121,8 +121,8 @@ port=$(sed -n 's/.*listening on [^ ]*:\([0-9][0-9]*\).*/\1/p' run/orv-config.log
 write_settings() { # file, user
     [ -f "$1" ] || (
         umask 077
-        printf '[General]\nAppDataPath="%s/"\nPipePath="%s"\n\n[ConfService]\nconfNIC=127.0.0.1\nConfPort=%s\nconfUser=%s\nconfPass=%s\n' \
-            "$data" "$pipes" "$port" "$2" "$(cat "run/$2.password")" >"$1"
+        printf '[General]\nAppDataPath="%s/"\nPipePath="%s"\nStatusPath="%s"\n\n[ConfService]\nconfNIC=127.0.0.1\nConfPort=%s\nconfUser=%s\nconfPass=%s\n' \
+            "$data" "$pipes" "$(dirname "$pipes")/status" "$port" "$2" "$(cat "run/$2.password")" >"$1"
     )
 }
 write_settings "$settings" feeder

@@ -2,13 +2,18 @@
 
 #include <exception>
 #include <iterator>
+#include <system_error>
 #include <vector>
 
+#include "AudioFeeder/ConfigurationState.h"
+#include "AudioFeeder/FeedReport.h"
 #include "AudioFeeder/LibraryListeners.h"
 #include "AudioFeeder/PipeManager.h"
 #include "AudioFeeder/Preload.h"
 #include "AudioFeeder/RequestFlags.h"
 #include "AudioFeeder/SharedValues.h"
+#include "AudioFeeder/StateSnapshot.h"
+#include "AudioFeeder/StatusServer.h"
 #include "AudioFeeder/UpdateDispatcher.h"
 #include "ConfigClient/ConfigConnection.h"
 #include "ConfigClient/ObjectList.h"
@@ -105,6 +110,7 @@ void AudioFeederHost::Run(u32, void*) {
         return;
     }
     StartUp(settings);
+    const std::unique_ptr<StatusServer> status = ServeStatus(settings);
     RunConnection(settings);
     ShutDown();
 }
@@ -129,6 +135,21 @@ void AudioFeederHost::StartUp(CommonSettings& settings) {
     InstallLibraryListeners();
     VXInitialize("AudioProvider", 0, 0);
     ConfigConnection::ChangeListener.store(&OnConfigUpdate, std::memory_order_release);
+}
+
+// Before the first channel is built, and for as long as there may be one. Without the key there is nothing of it.
+std::unique_ptr<StatusServer> AudioFeederHost::ServeStatus(CommonSettings& settings) {
+    SetConfigurationLink(ConfigurationLink::Waiting);
+    MarkServiceStart();
+    const std::string path = TextSetting(settings, "[General].StatusPath", "");
+    WantFeedReports(!path.empty());
+    if (path.empty()) return nullptr;
+    try {
+        return std::make_unique<StatusServer>(path);
+    } catch (const std::system_error& error) {
+        ORV_LOG(Warn) << "State cannot be told on " << path << ": " << error.what();
+        return nullptr;
+    }
 }
 
 // Each try after the first one reads the settings file again, so that credentials that are written later are found.
@@ -182,6 +203,7 @@ bool AudioFeederHost::TryConnect(const ConnectionSettings& connection) {
         return false;
     }
     ORV_LOG(Info) << "Connected to Configuration service '" << ConfigConnection::GetServerName() << "'";
+    SetConfigurationLink(ConfigurationLink::Up);
     BuildFromTables();
     return true;
 }

@@ -11,6 +11,8 @@
 
 namespace Orv {
 
+class StatusServer;
+
 // Runs on the service's thread, or on the main thread in the foreground, and never touches the audio. Stop() and
 // OnControl() come from other threads and only raise a flag.
 //
@@ -46,6 +48,7 @@ private:
     enum class Outcome { StopRequested, ConnectionLost, TimedOut };
 
     void StartUp(CommonSettings& settings);
+    static std::unique_ptr<StatusServer> ServeStatus(CommonSettings& settings);
     void RunConnection(CommonSettings& settings);
     void ShutDown();
     static ConnectionSettings ReadConnectionSettings(CommonSettings& settings);

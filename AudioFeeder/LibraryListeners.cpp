@@ -3,6 +3,7 @@
 #include <cstring>
 #include <exception>
 
+#include "AudioFeeder/ConfigurationState.h"
 #include "AudioFeeder/RequestFlags.h"
 #include "ConfigClient/ConfigConnection.h"
 #include "ServiceProcess/Log.h"
@@ -43,6 +44,7 @@ i32 OnVXDisconnect(const char* application, u64, u64) {
     try {
         if (std::strcmp(application, ConfigConnection::GetServerName()) != 0) return 0;
         ConfigConnection::Disconnect();
+        SetConfigurationLink(ConfigurationLink::Lost);
         RaiseConnectionLost();
         ORV_LOG(Error) << "[EC000001]: Connection with configuration server is lost";
     } catch (const std::exception& exception) {

@@ -64,6 +64,7 @@ IPipeFeed::IPipeFeed(const FeedRow& row)
       feedType_(row_.Number(Columns::feedtype)),
       playAnnouncements_(row_.Number(Columns::playannouncements) != 0),
       nonstop_(row_.Number(Columns::nonstop) != 0),
+      report_(FeedReportsWanted() ? std::make_shared<FeedReport>(row_, instanceId_) : nullptr),
       feedLevel_(Pack(OwnLevel(row_))),
       volume_(FirstLevel(row_)),
       listener_(row_.Text(Columns::pipename), logPrefix_) {
@@ -79,6 +80,7 @@ IPipeFeed::IPipeFeed(const FeedRow& row)
     } catch (const std::system_error&) {
         // One channel without a thread is told below; it takes no other channel with it.
     }
+    if (report_) report_->OnThread(pumpThread_.Joinable());
     // At "Error" in both cases, so that each life of a channel stands out in the log.
     ORV_LOG(Error) << logPrefix_ << (pumpThread_.Joinable() ? "Started" : "Cannot start thread");
 }
@@ -124,22 +126,28 @@ void IPipeFeed::Pump() {
             base = NowMilliseconds() - kHeadStartMilliseconds;
             restart = false;
         }
-        if (NowMilliseconds() - base < kBlockMilliseconds) {
+        const u32 lag = NowMilliseconds() - base;
+        if (lag < kBlockMilliseconds) {
             Nap();
             continue;
         }
-        SendToAll(ProduceBlock(events));
+        const u8* block = ProduceBlock(events);
+        ReportBlock(block, lag > kHeadStartMilliseconds);
+        SendToAll(block);
         base += kBlockMilliseconds;  // not "now": a late thread catches up without a nap
     }
     connections_.clear();
+    if (report_) report_->OnClients(0);
     ORV_LOG(Info) << logPrefix_ << "closed";
     runningPumpThreads.fetch_sub(1, std::memory_order_acq_rel);
 }
 
 bool IPipeFeed::ServiceListener() {
     MTObjects::THolder<BufferTransportImpl> client = listener_.Service();
+    if (report_) report_->OnPipe(listener_.LastError());
     if (!client) return false;
     connections_.emplace_back(client);
+    if (report_) report_->OnClients(connections_.size());
     ORV_LOG(Info) << logPrefix_ << "New pipe connected ID=" << PipeIdAsPointer(client->Id()) << ". "
                   << connections_.size() << " connection(s) active";
     return true;
@@ -152,6 +160,10 @@ const u8* IPipeFeed::ProduceBlock(ContentEventList& events) {
     for (const ContentEvent& event : events) OnContentEvent(event);
     events.clear();
     return block;
+}
+
+void IPipeFeed::ReportBlock(const u8* block, bool late) noexcept {
+    if (report_) report_->OnBlock(block, late, volume_.Gain(), volume_.InUse());
 }
 
 LevelSetting IPipeFeed::LevelThatCounts() const noexcept {
@@ -179,6 +191,8 @@ const u8* IPipeFeed::ControlVolume(const u8* frame) {
 }
 
 void IPipeFeed::SendToAll(const u8* block) {
+    if (connections_.empty()) return;
+    if (report_) report_->OnWriting(NowMilliseconds());
     for (auto connection = connections_.begin(); connection != connections_.end();) {
         if (connection->Send(block, BlockSamples)) {
             ++connection;
@@ -188,7 +202,9 @@ void IPipeFeed::SendToAll(const u8* block) {
         connection = connections_.erase(connection);
         ORV_LOG(Info) << logPrefix_ << "Connection closed. ID=" << static_cast<i32>(static_cast<u32>(id)) << ". "
                       << connections_.size() << " connection(s) active";
+        if (report_) report_->OnClients(connections_.size());
     }
+    if (report_) report_->OnWritten(static_cast<u32>(connections_.size()));
 }
 
 }  // namespace Orv

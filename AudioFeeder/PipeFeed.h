@@ -3,9 +3,11 @@
 
 #include <atomic>
 #include <list>
+#include <memory>
 #include <string>
 
 #include "AudioFeeder/ChannelConnection.h"
+#include "AudioFeeder/FeedReport.h"
 #include "AudioFeeder/FeedRow.h"
 #include "AudioFeeder/PipeListener.h"
 #include "AudioFeeder/Playlist.h"
@@ -50,6 +52,8 @@ public:
     void OnContentEvent(const ContentEvent& event) override;
 
     i32 InstanceId() const noexcept { return instanceId_; }
+    // What the channel tells about itself; null unless that is wanted. May be held for longer than the channel lives.
+    std::shared_ptr<const FeedReport> Report() const noexcept { return report_; }
 
 protected:
     bool TestValid() const override { return true; }
@@ -61,6 +65,7 @@ private:
     void Pump();
     bool ServiceListener();
     const u8* ProduceBlock(ContentEventList& events);
+    void ReportBlock(const u8* block, bool late) noexcept;
     const u8* ControlVolume(const u8* frame);
     void SendToAll(const u8* block);
     bool MustStop() const noexcept;
@@ -87,6 +92,7 @@ private:
     const i32 feedType_;
     const bool playAnnouncements_;
     const bool nonstop_;
+    const std::shared_ptr<FeedReport> report_;            // null when nobody wants to know
     u8 blockBuffer_[BlockBytes] = {};                     // the pump's own; outlives the stream set that fills it
     MTObjects::THolder<IMMStreamManager> streamManager_;  // set by the first Start(); empty for an unknown feedtype
 

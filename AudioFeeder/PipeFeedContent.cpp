@@ -136,6 +136,7 @@ void IPipeFeed::NextAnnouncement() {
     announcementMask_.store(alone ? kOverlayOnly : kBoth, std::memory_order_relaxed);
     SwitchOverlay(ContentIds::AnnouncementList, {MakeSilenceItem(kLeadInSeconds, ContentIds::LeadIn, true),
                                                  {ContentIds::Ignored, announcement.Text(Columns::thefile), false}});
+    if (report_) report_->OnAnnouncement(announcement.Text(Columns::thefile));
 }
 
 i32 IPipeFeed::DrawPause() const {
@@ -144,10 +145,12 @@ i32 IPipeFeed::DrawPause() const {
 
 void IPipeFeed::PlayPause(i32 seconds) {
     SwitchOverlay(ContentIds::PauseList, {MakeSilenceItem(seconds, ContentIds::Ignored, false)});
+    if (report_) report_->OnPause();
 }
 
 void IPipeFeed::SwitchMusic(const std::list<StreamItem>& items) {
     streamManager_->SwitchContent(ContentIds::MusicList, false, items, kMainLayer, kOverlayOnly, kBoth);
+    if (report_) report_->OnMusic(items.front().name);
 }
 
 void IPipeFeed::SwitchOverlay(u32 id, const std::list<StreamItem>& items) {

@@ -40,6 +40,7 @@ std::unique_ptr<IPipeInstance> PipeListener::PollWaiting() {
 std::unique_ptr<IPipeInstance> PipeListener::OpenNew() {
     SystemError error = 0;
     std::unique_ptr<IPipeInstance> instance = endpoint_->CreateInstance(error);
+    lastError_ = error;
     if (instance == nullptr) {
         ORV_LOG(Error) << logPrefix_ << "Cannot create new listener for connection. error=" << static_cast<i32>(error);
         return nullptr;

@@ -54,6 +54,12 @@ THolder<IPipeManager>& IPipeManager::Instance() {
     return singleton.holder;
 }
 
+THolder<IPipeManager> IPipeManager::Existing() {
+    const Singleton& singleton = TheSingleton();
+    if (!singleton.made.load(std::memory_order_acquire)) return nullptr;
+    return singleton.holder;
+}
+
 IPipeManager::IPipeManager() : defaultSetReader_(CreateStreamSet()) {
     RegisterDefaultSet();
 }
@@ -136,6 +142,16 @@ IPipeManager::FeedHolder IPipeManager::FirstFeed(std::string& pipeName) {
     if (channelMap_.empty()) return {};
     pipeName = channelMap_.begin()->first;
     return channelMap_.begin()->second;
+}
+
+std::vector<std::shared_ptr<const FeedReport>> IPipeManager::Reports() {
+    std::vector<std::shared_ptr<const FeedReport>> reports;
+    Platform::LockGuard<Platform::RecursiveMutex> guard(channelMapMutex_);
+    reports.reserve(channelMap_.size());
+    for (const auto& [pipeName, feed] : channelMap_) {
+        if (auto report = feed->Report()) reports.push_back(std::move(report));
+    }
+    return reports;
 }
 
 void IPipeManager::UpdateDefaultSet(const char* file) {

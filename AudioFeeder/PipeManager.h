@@ -3,7 +3,9 @@
 
 #include <atomic>
 #include <map>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "AudioFeeder/FeedRow.h"
 #include "AudioFeeder/PipeFeed.h"
@@ -20,6 +22,8 @@ class IPipeManager : public MTObjects::MTReferencedTypeBase {
 public:
     // The holder of the single manager, which is made when there is no valid one. Any thread.
     static MTObjects::THolder<IPipeManager>& Instance();
+    // The single manager if it has been made, for who only looks. Any thread.
+    static MTObjects::THolder<IPipeManager> Existing();
 
     ~IPipeManager() override;
 
@@ -32,6 +36,10 @@ public:
     bool ShutdownAll();
     // Puts the default set back on the air if it is off, and lets it repeat `file` unless that is null or empty.
     void UpdateDefaultSet(const char* file);
+
+    // What each channel tells about itself, by pipe name; nothing unless that is wanted. Any thread. A channel itself
+    // is never held here: one that is held on would keep its pipe's name from its successor.
+    std::vector<std::shared_ptr<const FeedReport>> Reports();
 
     // Reads the parameters, the feeds and the announcements from the tables and builds everything. Creates the manager.
     static void ReloadAll();

@@ -58,6 +58,20 @@ TEST_F(BlockPathTest, AThousandBlocksInsideOneFileOfAPlaylistAllocateNothing) {
     });
 }
 
+TEST_F(BlockPathTest, AThousandBlocksThatAreReportedAllocateNothing) {
+    world_.Files().AddFile("/root/Playlist/x/long.wav", WavBytes(Noise(1'300'500, 1)));
+    Orv::WantFeedReports(true);
+    world_.Run([&] {
+        FeedHolder feed(new IPipeFeed(MakeFeed({{"feedtype", 3}, {"maxvolume", 40}, {"autogain", 1}})));
+        Client client("p");
+        client.ReadBlocks(12);
+        const u64 before = feed->Report()->Read().blocks;
+        EXPECT_EQ(AllocationsOf1000Blocks(client), 0U);
+        EXPECT_GE(feed->Report()->Read().blocks, before + 1000);
+    });
+    Orv::WantFeedReports(false);
+}
+
 TEST_F(BlockPathTest, AThousandBlocksOfTheDefaultSetAllocateNothingOnThePump) {
     world_.Files().AddFile("/long.wav", WavBytes(Noise(1'300'500, 1)));
     world_.Run([&] {

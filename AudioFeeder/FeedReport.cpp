@@ -1,0 +1,132 @@
+#include "AudioFeeder/FeedReport.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "AudioFeeder/ChannelConnection.h"
+#include "Platform/Clock.h"
+#include "Projects/Common/VoIPFileEngine/ContentCheck.h"
+
+namespace Orv {
+
+namespace {
+
+using Guard = Platform::LockGuard<Platform::Mutex>;
+
+constexpr u32 kAutogainBit = 0x10000;
+
+// Set before the first channel, on the thread that builds it.
+std::atomic<bool> reportsWanted{false};
+
+// The pump alone writes, so there is nothing to lock on the bus.
+template <typename T>
+void Raise(std::atomic<T>& count, T by) noexcept {
+    count.store(count.load(std::memory_order_relaxed) + by, std::memory_order_relaxed);
+}
+
+// Without a branch in the loop, so that a compiler makes it a few instructions for many samples.
+i16 PeakOf(const u8* block) noexcept {
+    i16 highest = 0;
+    i16 lowest = 0;
+    for (u32 index = 0; index < BlockSamples; ++index, block += sizeof(i16)) {
+        i16 sample;
+        std::memcpy(&sample, block, sizeof sample);
+        highest = std::max(highest, sample);
+        lowest = std::min(lowest, sample);
+    }
+    return static_cast<i16>(std::max<i32>(highest, std::min(-static_cast<i32>(lowest), 32767)));
+}
+
+}  // namespace
+
+void WantFeedReports(bool wanted) {
+    reportsWanted.store(wanted, std::memory_order_relaxed);
+}
+
+bool FeedReportsWanted() {
+    return reportsWanted.load(std::memory_order_relaxed);
+}
+
+FeedReport::FeedReport(const FeedRow& row, i32 instanceId) : row_(row), instanceId_(instanceId) {}
+
+void FeedReport::OnBlock(const u8* block, bool late, float gain, const LevelSetting& level) noexcept {
+    const i16 peak = PeakOf(block);
+    Raise<u64>(blocks_, 1);
+    if (peak == 0) Raise<u64>(silentBlocks_, 1);
+    if (late) Raise<u64>(lateBlocks_, 1);
+    peak_.store(peak, std::memory_order_relaxed);
+    gain_.store(gain, std::memory_order_relaxed);
+    level_.store(static_cast<u16>(level.maxLevel) | (level.autogain ? kAutogainBit : 0U), std::memory_order_relaxed);
+}
+
+void FeedReport::OnWriting(u32 now) noexcept {
+    writingSince_.store(now != 0 ? now : 1, std::memory_order_relaxed);
+}
+
+void FeedReport::OnWritten(u32 clients) noexcept {
+    writingSince_.store(0, std::memory_order_relaxed);
+    Raise<u64>(blocksSent_, clients);
+}
+
+void FeedReport::OnMusic(const std::string& name) {
+    {
+        Guard guard(mutex_);
+        music_ = name;
+    }
+    CheckContent(name);
+}
+
+void FeedReport::OnAnnouncement(const std::string& file) {
+    Raise<u64>(announcements_, 1);
+    {
+        Guard guard(mutex_);
+        announcement_ = file;
+    }
+    CheckContent(file);
+}
+
+void FeedReport::OnPause() {
+    Guard guard(mutex_);
+    announcement_.clear();
+}
+
+// Looked at without the mutex: it may wait for the disk, as the opening of the content has done just before.
+void FeedReport::CheckContent(const std::string& name) {
+    std::string reason = WhyNotPlayable(name);
+    if (reason.empty()) return;
+    Guard guard(mutex_);
+    badContent_ = name;
+    badReason_ = std::move(reason);
+    badSince_ = Platform::SteadyMilliseconds();
+}
+
+FeedFigures FeedReport::Read() const {
+    FeedFigures figures;
+    figures.hasThread = hasThread_.load(std::memory_order_relaxed);
+    figures.nonstop = row_.Number(Columns::nonstop) != 0;
+    figures.clients = clients_.load(std::memory_order_relaxed);
+    figures.blocks = blocks_.load(std::memory_order_relaxed);
+    figures.blocksSent = blocksSent_.load(std::memory_order_relaxed);
+    figures.silentBlocks = silentBlocks_.load(std::memory_order_relaxed);
+    figures.lateBlocks = lateBlocks_.load(std::memory_order_relaxed);
+    figures.announcements = announcements_.load(std::memory_order_relaxed);
+    figures.gain = gain_.load(std::memory_order_relaxed);
+    figures.peak = peak_.load(std::memory_order_relaxed);
+    const u32 level = level_.load(std::memory_order_relaxed);
+    figures.level = {static_cast<i16>(static_cast<u16>(level)), (level & kAutogainBit) != 0};
+    figures.pipeError = pipeError_.load(std::memory_order_relaxed);
+    const u32 since = writingSince_.load(std::memory_order_relaxed);
+    const u64 now = Platform::SteadyMilliseconds();
+    // A write that began after the clock was read is no wait of 49 days.
+    if (since != 0)
+        figures.writeMilliseconds = static_cast<u32>(std::max(static_cast<i32>(static_cast<u32>(now) - since), 0));
+    Guard guard(mutex_);
+    figures.music = music_;
+    figures.announcement = announcement_;
+    figures.badContent = badContent_;
+    figures.badReason = badReason_;
+    if (!badReason_.empty()) figures.badSeconds = (now - std::min(now, badSince_)) / 1000;
+    return figures;
+}
+
+}  // namespace Orv

@@ -118,7 +118,7 @@ ParamListHolder ConfigService::AnswerApply(const std::string& user, const ParamL
 void ConfigService::RaiseChange(const ApplyResult& result) {
     ParamListHolder event;
     event.NewList();
-    if (result.changed.size() == 1) {
+    if (result.changed.size() == 1 && result.changed.front().kind[0] != 'R') {
         const RowChange& change = result.changed.front();
         const std::string table = Tables()[change.table].name;
         VXSetStringValue(event.Get(), "OC", table.c_str());
@@ -130,7 +130,9 @@ void ConfigService::RaiseChange(const ApplyResult& result) {
     std::array<std::vector<i32>, TableCount> deleted;
     std::array<std::vector<i32>, TableCount> updated;
     for (const RowChange& change : result.changed) {
-        (change.kind[0] == 'D' ? deleted : updated)[change.table].push_back(change.id);
+        // A row that is deleted and comes back is what ends a feed and builds it anew, as no change of a row does.
+        if (change.kind[0] == 'D' || change.kind[0] == 'R') deleted[change.table].push_back(change.id);
+        if (change.kind[0] != 'D') updated[change.table].push_back(change.id);
     }
     VXSetInt64Value(event.Get(), "__TRN", result.transaction);
     for (const u32 table : kBatchOrder) {

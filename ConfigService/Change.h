@@ -10,11 +10,12 @@
 namespace Orv {
 
 enum class Action : u8 {
-    Add,     // a new row; one of that key must not be there
-    Set,     // changes the named columns of a row that must be there
-    Put,     // states a row's whole content; made when it is missing, columns not named become absent
-    Remove,  // a row that must be there
-    Drop,    // the same, but a missing row is fine
+    Add,      // a new row; one of that key must not be there
+    Set,      // changes the named columns of a row that must be there
+    Put,      // states a row's whole content; made when it is missing, columns not named become absent
+    Remove,   // a row that must be there
+    Drop,     // the same, but a missing row is fine
+    Rebuild,  // of a feed that must be there: its row stays as it is, and who plays by it builds anew
 };
 
 // One change of one row, which is named by `id`, or by `key` when that is 0. A new row takes the key as its key column.
@@ -41,7 +42,7 @@ struct Finding {
 struct RowChange {
     u32 table = 0;
     i32 id = 0;
-    const char* kind = "";             // "Inserted", "Updated" or "Deleted"
+    const char* kind = "";             // "Inserted", "Updated", "Deleted" or "Rebuilt"
     std::string key;                   // after the change, before it for a deleted row
     std::string oldKey;                // differs from `key` when the row was renamed
     std::vector<std::string> columns;  // those that differ from before

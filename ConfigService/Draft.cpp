@@ -72,6 +72,17 @@ void Draft::ApplyOne(i32 index, const Change& change) {
         return;
     }
 
+    if (change.action == Action::Rebuild) {
+        if (table->index == AudioFeed && found && change.values.empty()) {
+            Touch(*table, id, index).rebuild = true;
+        } else if (!found) {
+            Error(index, *table, GivenKey(change), "", "does not exist", true);
+        } else {
+            Error(index, *table, GivenKey(change), "", "cannot be built anew; that is for feeds, and names no columns");
+        }
+        return;
+    }
+
     Row row;
     row.values.resize(table->columns.size());
     if (found && change.action == Action::Set) {
@@ -255,8 +266,11 @@ std::vector<Draft::Difference> Draft::Differences() const {
         for (const auto& [id, touched] : drafts_[table.index].rows) {
             const Row* after = touched.after.has_value() ? &*touched.after : nullptr;
             if (touched.before == nullptr && after == nullptr) continue;
-            if (touched.before != nullptr && after != nullptr && *touched.before == *after) continue;
-            found.push_back({touched.order, {table.index, id, touched.before, after}});
+            // A row that is new or goes is built or ended in any case.
+            const bool rebuild = touched.rebuild && touched.before != nullptr && after != nullptr;
+            const bool same = touched.before != nullptr && after != nullptr && *touched.before == *after;
+            if (same && !rebuild) continue;
+            found.push_back({touched.order, {table.index, id, touched.before, after, rebuild}});
         }
     }
     std::sort(found.begin(), found.end(), [](const auto& left, const auto& right) { return left.first < right.first; });
@@ -275,6 +289,7 @@ RowChange Draft::Describe(const Difference& difference) {
     change.table = difference.table;
     change.id = difference.id;
     change.kind = difference.before == nullptr ? "Inserted" : difference.after == nullptr ? "Deleted" : "Updated";
+    if (difference.rebuild) change.kind = "Rebuilt";
     change.key = nameOf(difference.after != nullptr ? difference.after : difference.before);
     change.oldKey = nameOf(difference.before != nullptr ? difference.before : difference.after);
     for (u32 i = 0; i < table.columns.size(); ++i) {

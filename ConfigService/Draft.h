@@ -24,12 +24,13 @@ public:
     std::vector<Finding> warnings;
 
     // One row that differs, in the order in which rows were first touched. No `after` for a deleted row, no `before`
-    // for a new one.
+    // for a new one. A feed that is to be built anew is one too, whether its row differs or not.
     struct Difference {
         u32 table;
         i32 id;
         const Row* before;
         const Row* after;
+        bool rebuild;
     };
     std::vector<Difference> Differences() const;
     static RowChange Describe(const Difference& difference);
@@ -40,6 +41,7 @@ private:
         std::optional<Row> after;
         i32 change = -1;  // the last change that touched it
         u32 order = 0;
+        bool rebuild = false;
     };
     struct TableDraft {
         std::map<i32, Touched> rows;

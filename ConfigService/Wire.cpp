@@ -11,7 +11,7 @@ namespace {
 
 using VX::ParamListHolder;
 
-constexpr std::array<const char*, 5> kActionNames = {"add", "set", "put", "remove", "drop"};
+constexpr std::array<const char*, 6> kActionNames = {"add", "set", "put", "remove", "drop", "rebuild"};
 
 ParamListHolder NewList() {
     ParamListHolder list;
@@ -53,7 +53,7 @@ Change ChangeFromList(i32 index, const ParamListHolder& list, std::vector<Findin
     const std::string action = GetText(list, "action");
     const auto known = std::find(kActionNames.begin(), kActionNames.end(), action);
     if (known == kActionNames.end()) {
-        refuse("action", "is none of add, set, put, remove and drop");
+        refuse("action", "is none of add, set, put, remove, drop and rebuild");
         return change;
     }
     change.action = static_cast<Action>(known - kActionNames.begin());
@@ -103,7 +103,10 @@ std::vector<Finding> GetFindings(const ParamListHolder& list, const char* key) {
 }
 
 const char* KindFromText(const std::string& text) {
-    return text == "Inserted" ? "Inserted" : text == "Deleted" ? "Deleted" : "Updated";
+    for (const char* kind : {"Inserted", "Deleted", "Rebuilt"}) {
+        if (text == kind) return kind;
+    }
+    return "Updated";
 }
 
 }  // namespace

@@ -61,6 +61,34 @@ TEST_F(ServiceSignals, AChangeOfOneRowIsToldByTheSignalOfItsTable) {
     ExpectSingle("UPDOfANNOUNCEMENT", "ANNOUNCEMENT", "Inserted", 1);
 }
 
+TEST_F(ServiceSignals, AFeedThatIsToBeBuiltAnewIsDeletedAndUpdatedInOneBatchAndItsRowStaysAsItIs) {
+    admin_->Apply({Feed(Action::Add, "hold", {{"maxvolume", 30}})});
+    Next();
+    const ApplyResult result = admin_->Apply({Feed(Action::Rebuild, "HOLD")});
+    EXPECT_EQ(result.outcome, Outcome::Done);
+    EXPECT_EQ(result.transaction, 2);
+    ASSERT_EQ(result.changed.size(), 1u);
+    EXPECT_STREQ(result.changed[0].kind, "Rebuilt");
+    EXPECT_THAT(result.changed[0].columns, IsEmpty());
+    const auto [name, event] = Next();
+    EXPECT_EQ(name, "BATCHUPDATE");
+    EXPECT_EQ(VXGetInt64Value(event.Get(), "__TRN"), 2);
+    const VX::ParamListHolder rows = event.GetHandle("AUDIOFEED");
+    EXPECT_THAT(GetIds(rows, "DELETED"), ElementsAre(1));
+    EXPECT_THAT(GetIds(rows, "UPDATED"), ElementsAre(1));
+}
+
+TEST_F(ServiceSignals, OnlyAFeedThatIsThereCanBeBuiltAnew) {
+    admin_->Apply({Set("DEFAULTAUDIOFILE", "/x.wav")});
+    Next();
+    EXPECT_EQ(admin_->Apply({Feed(Action::Rebuild, "absent")}).errors.at(0).notFound, true);
+    Change parameter = Set("DEFAULTAUDIOFILE", "/x.wav");
+    parameter.action = Action::Rebuild;
+    parameter.values.clear();
+    EXPECT_EQ(admin_->Apply({parameter}).outcome, Outcome::Refused);
+    EXPECT_EQ(listener_->Signals().size(), seen_) << "nothing is raised";
+}
+
 TEST_F(ServiceSignals, ATransactionOfSeveralRowsIsToldByOneBatch) {
     admin_->Apply({Feed(Action::Add, "a"), Feed(Action::Add, "b"), Feed(Action::Add, "c")});
     {

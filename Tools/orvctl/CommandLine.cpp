@@ -60,14 +60,28 @@ void OrvctlCommandLine::Describe(CLI::App& app) {
     app.add_subcommand("export", "Write all feeds, announcements and parameters as JSON for apply")->callback([this] {
         command_ = [this] { ExportRows(context_); };
     });
-    app.add_subcommand("status", "Show the tables, who is connected, and the last transaction")->callback([this] {
-        command_ = [this] { ShowStatus(context_); };
-    });
+    DescribeState(app);
     CLI::App* settings = app.add_subcommand("settings", "Look at a settings file");
     settings->require_subcommand(1, 1);
     CLI::App* check = settings->add_subcommand("check", "Tell what is wrong with a settings file, and what it lacks");
     check->add_option("file", file_, "The file; the one of -c when not given");
     check->callback([this] { command_ = [this] { CheckSettingsFile(context_, file_); }; });
+}
+
+void OrvctlCommandLine::DescribeState(CLI::App& app) {
+    CLI::App* status = app.add_subcommand(
+        "status", "Show what each feed plays and how it does, the tables, who is connected, the last transaction");
+    status->add_flag("--watch", watch_, "Show the feeds with their levels, twice a second, until Ctrl-C");
+    status->callback([this] { command_ = [this] { watch_ ? WatchStatus(context_) : ShowStatus(context_); }; });
+    status->footer(
+        "The feeds are shown when the settings file has StatusPath under [General], for instance\n"
+        "StatusPath=/run/orv/status, and the audio feed service was started with it.");
+    CLI::App* doctor =
+        app.add_subcommand("doctor", "Look for whatever keeps feeds from being heard, and say how to mend it");
+    doctor->callback([this] { command_ = [this] { exitCode_ = RunDoctor(context_); }; });
+    doctor->footer(
+        "-c names the service's own settings file. Exit codes, for health checks: 0 nothing is wrong, 1 there are\n"
+        "warnings (all feeds are heard), 2 there are faults or doctor was called wrongly.");
 }
 
 void OrvctlCommandLine::DescribeConnection(CLI::App& app) {
@@ -101,6 +115,11 @@ void OrvctlCommandLine::DescribeRows(CLI::App& app, const TableWords& words) {
     const bool makes = words.table.index == Parameter;
     DescribeRowChange(*table, words, makes ? Action::Put : Action::Set, "set",
                       makes ? "Set a parameter, new or not" : "Change columns of " + Article(words));
+    if (words.table.index == AudioFeed) {
+        on_key("rebuild", "End it and build it anew from its row: its clients have to connect again", [this, &words] {
+            ChangeRow(context_, words, Action::Rebuild, {key_, {}, {}});
+        });
+    }
     on_key("remove", "Remove one of them", [this, &words] {
         ChangeRow(context_, words, Action::Remove, {key_, {}, {}});
     });

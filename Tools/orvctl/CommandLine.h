@@ -24,6 +24,8 @@ public:
     void Describe(CLI::App& app);
     // Runs the command that was read.
     void Run() const { command_(); }
+    // Of a command that ran to its end.
+    int ExitCodeOfRun() const { return exitCode_; }
 
 private:
     void DescribeConnection(CLI::App& app);
@@ -33,6 +35,7 @@ private:
     void DescribeUsers(CLI::App& app);
     void DescribeSetup(CLI::App& app);
     void DescribeImport(CLI::App& app);
+    void DescribeState(CLI::App& app);
 
     // What was typed for one change of a row.
     struct RowOptions {
@@ -46,6 +49,8 @@ private:
     std::vector<std::unique_ptr<RowOptions>> rows_;
     std::string key_;
     std::string file_;
+    bool watch_ = false;
+    int exitCode_ = 0;
     TypedUser user_;
     SetupOptions setup_;
     ImportOptions import_;

@@ -47,7 +47,13 @@ void ExportRows(const CommandContext& context);
 // --- the rest
 // ---------------------------------------------------------------------------------------------------------
 
+// The Configuration service and, if the settings say where it tells its state, the audio feed service.
 void ShowStatus(const CommandContext& context);
+// The latter alone, anew twice a second, until the process is ended.
+void WatchStatus(const CommandContext& context);
+// Looks for whatever keeps feeds from being heard, and says how to mend it. The exit code: 0 nothing wrong, 1 warnings
+// only, 2 faults.
+int RunDoctor(const CommandContext& context);
 void CheckSettingsFile(const CommandContext& context, const std::string& path);
 
 struct TypedUser {

@@ -5,6 +5,7 @@
 #include "ConfigService/AdminProtocol.h"
 #include "ConfigService/PasswordInput.h"
 #include "ConfigService/Wire.h"
+#include "Platform/Diagnosis.h"
 #include "Platform/Files.h"
 #include "Platform/Path.h"
 #include "ServiceProcess/CommonSettings.h"
@@ -16,6 +17,7 @@ namespace Orv {
 namespace {
 
 constexpr char kLocalHost[] = "127.0.0.1";
+constexpr u32 kLongestSocketPath = 107;
 
 std::vector<std::string> UsualFiles() {
     return {"/etc/orv/orvctl.ini", "/etc/orv/OrvPhoneSystem.ini",
@@ -99,6 +101,27 @@ void CheckPreload(const std::string& file) {
     }
 }
 
+// A path on which the service could not tell its state.
+void CheckStatusPath(const std::string& file) {
+    CommonSettings settings;
+    settings.Load(file.c_str());
+    const SettingsValue& value = settings.GetValue("[General].StatusPath");
+    if (!value.Exists()) return;
+    const std::string path = value.AsString();
+    Platform::SystemError error = 0;
+    const Platform::SocketState state = Platform::ProbeSocket(path, error);
+    const bool relative = path.empty() || path.front() != '/';
+    std::string why;
+    if (relative) why = "is no whole path";
+    if (!relative && state == Platform::SocketState::NotASocket) why = "names " + path + ", which is no socket";
+    if (!relative && state == Platform::SocketState::Unreachable && path.size() > kLongestSocketPath) {
+        why = "is longer than the " + std::to_string(kLongestSocketPath) + " bytes that a socket's path may have";
+    }
+    if (why.empty()) return;
+    throw ToolError(ExitCode::BadCommandLine, "StatusPath under [General] in " + file + " " + why +
+                                                  "; give a path of its own, such as /run/orv/status");
+}
+
 ExitCode CodeOf(const std::string& result) {
     if (result == AdminProtocol::ResultNotFound) return ExitCode::NotFound;
     if (result == AdminProtocol::ResultForbidden) return ExitCode::NotAllowed;
@@ -135,11 +158,18 @@ Target FindTarget(const ConnectionOptions& options) {
     return target;
 }
 
+std::string SettingsFileOf(const ConnectionOptions& options) {
+    const std::string file = options.configFile.empty() ? FindUsualFile() : options.configFile;
+    if (file.empty()) NoFile();
+    return file;
+}
+
 std::string CheckSettings(const std::string& path) {
     const std::string file = path.empty() ? FindUsualFile() : path;
     if (file.empty()) NoFile();
     CheckComplete(ReadSettings(file), file);
     CheckPreload(file);
+    CheckStatusPath(file);
     return file;
 }
 

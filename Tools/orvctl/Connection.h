@@ -34,6 +34,10 @@ Target FindTarget(const ConnectionOptions& options);
 // ToolError when the service could not connect with it. The path that was looked at.
 std::string CheckSettings(const std::string& path);
 
+// The settings file that is meant: that of the options, otherwise the first of the usual places that exists. Throws
+// ToolError when there is none.
+std::string SettingsFileOf(const ConnectionOptions& options);
+
 class Connection : private VX::ILinkEvents {
 public:
     // Connects, or throws ToolError.

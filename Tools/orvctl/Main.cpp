@@ -38,7 +38,7 @@ int main(int argc, char** argv) {
         const auto connector = VX::CreateGrpcConnector();
         context.connector = connector.get();
         line.Run();
-        return 0;
+        return line.ExitCodeOfRun();
     } catch (const Orv::ToolError& error) {
         TellError(error.what(), error.Code(), context.options.json);
         return static_cast<int>(error.Code());

@@ -5,6 +5,7 @@
 #include "ConfigService/Wire.h"
 #include "Tools/orvctl/Commands.h"
 #include "Tools/orvctl/Report.h"
+#include "Tools/orvctl/Status.h"
 #include "Tools/orvctl/ToolError.h"
 
 namespace Orv {
@@ -65,42 +66,39 @@ Json UsersToJson(const VX::ParamListHolder& reply) {
 
 }  // namespace
 
-void ShowStatus(const CommandContext& context) {
+ConfigStatus FetchConfigStatus(const CommandContext& context) {
     const VX::ParamListHolder status = context.Connect().Call(AdminProtocol::CallStatus, NewRequest());
     const VX::ParamListHolder tables = status.GetHandle("tables");
     const std::vector<Peer> peers = PeersOf(status);
     const i64 transaction = VXGetInt64Value(status.Get(), "transaction");
-    if (context.options.json) {
-        Json json = {{"version", GetText(status, "version")},
-                     {"database", TextToJson(GetText(status, "database"))},
-                     {"started", GetText(status, "started")},
-                     {"transaction", transaction},
-                     {"tables", Json::object()},
-                     {"peers", Json::array()}};
-        for (const Table& table : Tables()) {
-            json["tables"][table.name] = VXGetInt32Value(tables.Get(), table.name);
-        }
-        for (const Peer& peer : peers) {
-            json["peers"].push_back({{"user", TextToJson(peer.user)}, {"address", peer.remote}, {"since", peer.since}});
-        }
-        return PrintJson(json);
-    }
-    Print(AlignTable({{"Version", GetText(status, "version")},
-                      {"Database", GetText(status, "database")},
-                      {"Running since", GetText(status, "started")},
-                      {"Last transaction", std::to_string(transaction)}}));
+    ConfigStatus result;
+    result.json = {{"version", GetText(status, "version")},
+                   {"database", TextToJson(GetText(status, "database"))},
+                   {"started", GetText(status, "started")},
+                   {"transaction", transaction},
+                   {"tables", Json::object()},
+                   {"peers", Json::array()}};
     std::vector<std::vector<std::string>> lines = {{"TABLE", "ROWS"}};
     for (const Table& table : Tables()) {
-        lines.push_back({table.name, std::to_string(VXGetInt32Value(tables.Get(), table.name))});
+        const i32 rows = VXGetInt32Value(tables.Get(), table.name);
+        result.json["tables"][table.name] = rows;
+        lines.push_back({table.name, std::to_string(rows)});
     }
-    Print("\n" + AlignTable(lines));
-    if (peers.empty()) {
-        Print("\nNo other program is connected. The audio feed service takes changes only while it is.\n");
-        return;
-    }
+    result.text = AlignTable({{"Version", GetText(status, "version")},
+                              {"Database", GetText(status, "database")},
+                              {"Running since", GetText(status, "started")},
+                              {"Last transaction", std::to_string(transaction)}}) +
+                  "\n" + AlignTable(lines);
     lines = {{"CONNECTED USER", "ADDRESS", "SINCE"}};
-    for (const Peer& peer : peers) lines.push_back({peer.user, peer.remote, peer.since});
-    Print("\n" + AlignTable(lines));
+    for (const Peer& peer : peers) {
+        result.json["peers"].push_back(
+            {{"user", TextToJson(peer.user)}, {"address", peer.remote}, {"since", peer.since}});
+        lines.push_back({peer.user, peer.remote, peer.since});
+    }
+    result.text += peers.empty()
+                       ? "\nNo other program is connected. The audio feed service takes changes only while it is.\n"
+                       : "\n" + AlignTable(lines);
+    return result;
 }
 
 void CheckSettingsFile(const CommandContext& context, const std::string& path) {

@@ -27,6 +27,9 @@ bool TouchesReading(const RowChange& change, const ColumnNames& columns) {
     });
 }
 
+bool Rebuilt(const RowChange& change) {
+    return change.kind[0] == 'R';
+}
 bool Deleted(const RowChange& change) {
     return change.kind[0] == 'D';
 }
@@ -37,7 +40,8 @@ bool Inserted(const RowChange& change) {
 std::vector<std::string> FeedHeard(const RowChange& change) {
     if (Deleted(change)) return {"At once: its pipe is gone and its clients see the end."};
     if (Inserted(change)) return {"At once: its pipe is there."};
-    if (TouchesReading(change, {"pipename", "thename", "feedtype", "playannouncements", "nonstop"})) {
+    if (Rebuilt(change) ||
+        TouchesReading(change, {"pipename", "thename", "feedtype", "playannouncements", "nonstop"})) {
         return {"At once: the feed is built anew, so its clients see the end of the pipe and have to connect again."};
     }
     const bool pauses = Touches(change, {"minannouncementpause", "maxannouncementpause"});
@@ -49,7 +53,8 @@ std::vector<std::string> FeedHeard(const RowChange& change) {
         if (heard.empty()) heard.push_back("At once the feed goes on with its next file, still with the old pauses.");
         heard.push_back(
             "The new pauses count from the feed's next rebuild: change its pipe, folder, type, announcements or "
-            "nonstop, or restart the audio feed service.");
+            "nonstop, or ask for it with `orvctl feed rebuild " +
+            change.key + "`.");
     }
     return heard;
 }
@@ -87,6 +92,7 @@ std::vector<std::string> ParameterHeard(const RowChange& change) {
 }
 
 const char* Verb(const RowChange& change) {
+    if (Rebuilt(change)) return "rebuilt";
     return Deleted(change) ? "removed" : Inserted(change) ? "added" : "changed";
 }
 

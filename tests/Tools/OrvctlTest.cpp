@@ -294,6 +294,21 @@ TEST_F(Orvctl, SettingsCheckLooksAtTheFilesToPreload) {
     ExpectFailure({"settings", "check", file}, 2, "names /no/such/folder, which is not there");
 }
 
+TEST_F(Orvctl, SettingsCheckLooksAtTheSocketOfTheState) {
+    const std::string file = folder_ / "state.ini";
+    const auto write = [&](const std::string& path) {
+        WriteFileText(file, "[General]\nStatusPath=" + path + "\n" + OrvTest::ReadFileText(settings_));
+    };
+    write(folder_ / "state");
+    EXPECT_THAT(Must({"settings", "check", file}), HasSubstr("has all that a connection needs"));
+    write("state");
+    ExpectFailure({"settings", "check", file}, 2, "StatusPath under [General] in " + file + " is no whole path");
+    write(settings_);
+    ExpectFailure({"settings", "check", file}, 2, "names " + settings_ + ", which is no socket");
+    write("/" + std::string(107, 'x'));
+    ExpectFailure({"settings", "check", file}, 2, "is longer than the 107 bytes that a socket's path may have");
+}
+
 TEST_F(Orvctl, HelpAndVersionAreThereForEachCommand) {
     EXPECT_THAT(Must({"--help"}), HasSubstr("Exit codes: 0 done"));
     EXPECT_THAT(Must({"--version"}), HasSubstr("orvctl "));

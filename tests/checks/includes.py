@@ -16,7 +16,7 @@ MAY_INCLUDE = {
     "ConfigClient": {"Platform", "ServiceProcess", "VX"},
     "AudioFeeder": {"Platform", "ServiceProcess", "VX", ENGINE, "ConfigClient"},
     "ConfigService": {"Platform", "ServiceProcess", "VX"},
-    "Tools": {"Platform", "ServiceProcess", "VX", "ConfigService"},
+    "Tools": {"Platform", "ServiceProcess", "VX", "ConfigService", ENGINE},
 }
 # Folders that run under a simulated clock and scheduler, apart from the listed file-name starts.
 SEAMED = {"ServiceProcess": (), "VX": ("Grpc",), ENGINE: (), "ConfigClient": (), "AudioFeeder": ()}

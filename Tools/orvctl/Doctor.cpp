@@ -1,0 +1,162 @@
+#include "Tools/orvctl/Doctor.h"
+
+#include <algorithm>
+
+#include "Platform/Diagnosis.h"
+#include "Platform/NamedPipe.h"
+#include "Platform/Path.h"
+#include "ServiceProcess/DataDirectory.h"
+#include "Tools/orvctl/ToolError.h"
+
+namespace Orv {
+namespace {
+
+// What failed, and what to do about it: the sentences of ToolError have both, with a semicolon between.
+void AddError(const ToolError& error, Ailments& ailments) {
+    const std::string text = error.what();
+    const auto cut = text.find("; ");
+    ailments.Add(Severity::Fault, text.substr(0, cut), cut == std::string::npos ? "" : text.substr(cut + 2));
+}
+
+// The nearest folder above a path that is there.
+std::string NearestFolder(std::string path) {
+    while (path.size() > 1 && Platform::ProbeFolder(path) == Platform::FolderState::Missing) {
+        const auto slash = path.find_last_of("/\\");
+        if (slash == std::string::npos) return ".";
+        path.resize(std::max<std::size_t>(slash, 1));
+    }
+    return path;
+}
+
+class Doctor {
+public:
+    explicit Doctor(const CommandContext& context) : context_(context) {}
+
+    void Examine() {
+        try {
+            settings_ = ReadServiceSettings(context_.options);
+        } catch (const ToolError& error) {
+            return AddError(error, found);
+        }
+        for (const std::string& message : settings_.messages) {
+            found.Add(Severity::Warning, "The settings file " + settings_.file + " has a bad line: " + message,
+                      "correct that line; it counts as if it were not there, or only in part");
+        }
+        EnterServicesFolder();
+        Platform::SetPipeFolder(settings_.pipeFolder);
+        const bool tablesKnown = AskConfiguration();
+        ExamineService();
+        CheckPipeFolder(settings_.pipeFolder, serviceRuns_, found);
+        CheckDisk("the logs", NearestFolder(settings_.dataPath + "Data/Logs"), found);
+        if (tablesKnown) {
+            CheckPipes(plan_.feeds, serviceRuns_, found);
+            CheckContents(plan_, found);
+        }
+        if (!state_.is_null()) CheckState(state_, found);
+    }
+
+    Ailments found;
+
+private:
+    // Names that are not absolute begin where the service works. A file named with -c has been read by now.
+    void EnterServicesFolder() {
+        Platform::SystemError error = 0;
+        std::string absolute;
+        if (Platform::MakeAbsolutePath(settings_.file, absolute)) settings_.file = absolute;
+        // Where that folder is missing, nothing relative can be found, which shows then.
+        Platform::SetWorkingDirectory(GetDataDirectory(), error);
+    }
+
+    bool AskConfiguration() {
+        try {
+            ConnectionOptions options = context_.options;
+            options.configFile = settings_.file;
+            Connection connection(*context_.connector, FindTarget(options));
+            plan_.feeds = connection.Rows(Tables()[AudioFeed]);
+            plan_.announcements = connection.Rows(Tables()[Announcement]);
+            plan_.preload = settings_.preload;
+            plan_.promptRoot = settings_.dataPath + "Data/Ivr/Prompts";
+            for (const Row& row : connection.Rows(Tables()[Parameter])) {
+                const std::string& value = row.Text(ParameterColumn::Value);
+                if (row.Text(ParameterColumn::Name) == "DEFAULTAUDIOFILE") plan_.defaultFile = value;
+                if (row.Text(ParameterColumn::Name) == "IVRPROMPTPATH" && !value.empty()) plan_.promptRoot = value;
+            }
+        } catch (const ToolError& error) {
+            AddError(error, found);
+            return false;
+        }
+        return true;
+    }
+
+    void ExamineService() {
+        if (settings_.statusPath.empty()) {
+            found.Add(Severity::Note, "The audio feed service does not tell its state, so not all can be looked at",
+                      "write StatusPath=/run/orv/status under [General] in " + settings_.file +
+                          " and restart it with `systemctl restart orv-audio-feed`");
+            return;
+        }
+        std::string reason;
+        if (FetchState(settings_.statusPath, state_, reason)) {
+            serviceRuns_ = true;
+        } else {
+            state_ = nullptr;
+            CheckSilence(settings_.statusPath, reason, found);
+        }
+    }
+
+    const CommandContext& context_;
+    ServiceSettings settings_;
+    FeedPlan plan_;
+    Json state_;
+    bool serviceRuns_ = false;
+};
+
+const char* Word(Severity severity) {
+    switch (severity) {
+        case Severity::Note:
+            return "note";
+        case Severity::Warning:
+            return "warning";
+        case Severity::Fault:
+            break;
+    }
+    return "fault";
+}
+
+}  // namespace
+
+bool Ailments::Mentions(const std::string& text) const {
+    return std::any_of(list_.begin(), list_.end(),
+                       [&](const Ailment& ailment) { return ailment.what.find(text) != std::string::npos; });
+}
+
+int Ailments::ExitCode() const {
+    int code = 0;
+    for (const Ailment& ailment : list_) code = std::max(code, static_cast<int>(ailment.severity));
+    return code;
+}
+
+int RunDoctor(const CommandContext& context) {
+    Doctor doctor(context);
+    doctor.Examine();
+    const std::vector<Ailment>& list = doctor.found.List();
+    const int code = doctor.found.ExitCode();
+    if (context.options.json) {
+        Json json = {{"exitcode", code}, {"findings", Json::array()}};
+        for (const Ailment& ailment : list) {
+            json["findings"].push_back({{"severity", Word(ailment.severity)},
+                                        {"what", TextToJson(ailment.what)},
+                                        {"remedy", TextToJson(ailment.remedy)}});
+        }
+        PrintJson(json);
+        return code;
+    }
+    for (const Ailment& ailment : list) {
+        Print(std::string(Word(ailment.severity)) + ": " + ailment.what + ".\n");
+        if (!ailment.remedy.empty()) Print("  To mend it: " + ailment.remedy + ".\n");
+    }
+    if (code == 0) Print("Nothing is wrong.\n");
+    return code;
+}
+
+}  // namespace Orv

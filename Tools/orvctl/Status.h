@@ -1,0 +1,39 @@
+// What orvctl learns about the audio feed service, and how it shows it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Tools/orvctl/Commands.h"
+
+namespace Orv {
+
+// What the service's settings file says about where things are. Nothing here needs a connection.
+struct ServiceSettings {
+    std::string file;
+    std::string dataPath;    // with a closing separator
+    std::string pipeFolder;  // as set, or the usual one
+    std::string statusPath;  // empty: the state is not told
+    std::string user;        // as whom the service connects
+    std::vector<std::string> preload;
+    std::vector<std::string> messages;  // what the file's reader objects to
+};
+
+// Throws ToolError when there is no file, or when it cannot be opened.
+ServiceSettings ReadServiceSettings(const ConnectionOptions& options);
+
+// The state that the service tells on a path. False with why not.
+bool FetchState(const std::string& path, Json& state, std::string& reason);
+
+// The state for people: one line about the service, a table of the feeds with a bar for each level, and what could not
+// be played. Lines are cut at `width` characters; 0: not at all.
+std::string StateText(const Json& state, u32 width);
+
+// The Configuration service's own status.
+struct ConfigStatus {
+    Json json;
+    std::string text;
+};
+ConfigStatus FetchConfigStatus(const CommandContext& context);
+
+}  // namespace Orv

@@ -25,10 +25,10 @@ for tool in dpkg-buildpackage dh; do
 done
 if [ -z "$binaries" ]; then
     cmake --preset release
-    cmake --build build/release --target orv-audio-feed orv-config orvctl orv-listen orv-convert
+    cmake --build build/release --target orv-audio-feed orv-config orvctl orv-listen orv-publish orv-convert
     binaries=$PWD/build/release/bin
 fi
-for program in orv-audio-feed orv-config orvctl orv-listen orv-convert; do
+for program in orv-audio-feed orv-config orvctl orv-listen orv-publish orv-convert; do
     [ -x "$binaries/$program" ] || { echo "$binaries/$program is missing; build it first" >&2; exit 1; }
 done
 

@@ -68,7 +68,9 @@ TEST(OrvLoadTest, AHundredFeedsWithAClientEachLoseNothing) {
     EXPECT_EQ(row["blocks_missing"], 0);
     EXPECT_EQ(row["clients_ended"], 0);
     EXPECT_EQ(row["drift_blocks"], 0);
-    EXPECT_EQ(row["lateness"]["early_ms"], 0.0);
+    // The grid is that of the first block seen, which this tool may see late itself; a whole block early is none of
+    // that.
+    EXPECT_LT(row["lateness"]["early_ms"].get<double>(), 125.0);
     // Eight blocks a second; one more or less of each client may lie across the ends of the measurement.
     EXPECT_NEAR(row["blocks"].get<double>(), 100 * 8 * row["seconds"].get<double>(), 250);
     // Every sample of every block follows the one before.

@@ -27,6 +27,7 @@ import wave
 SKIPPED = 77
 TREE = os.path.realpath(os.path.join(os.path.dirname(__file__), "..", ".."))
 PROGRAMS = ("/usr/sbin/orv-audio-feed", "/usr/sbin/orv-config", "/usr/bin/orvctl", "/usr/bin/orv-listen",
+            "/usr/bin/orv-publish",
             "/usr/libexec/orv/orv-convert")
 UNITS = ("orv-audio-feed.service", "orv-config.service", "orv-log-clean.service", "orv-log-clean.timer")
 MOST_EXPOSED = 15  # tenths

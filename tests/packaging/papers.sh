@@ -29,12 +29,16 @@ knows() { # program, page, help arguments...
     done
 }
 knows orv-listen orv-listen.1
+knows orv-publish orv-publish.1
 knows orv-config orv-config.8
 knows orv-config orv-config.8 user
 knows orv-config orv-config.8 user add
 knows orvctl orvctl.1
 knows orvctl orvctl.1 setup
 knows orvctl orvctl.1 import
+knows orvctl orvctl.1 status
+knows orvctl orvctl.1 doctor
+knows orvctl orvctl.1 feed
 
 # --- completion ---
 for file in completion/*.bash; do bash -n "$file"; done

@@ -75,7 +75,7 @@ void OrvctlCommandLine::DescribeState(CLI::App& app) {
     status->callback([this] { command_ = [this] { watch_ ? WatchStatus(context_) : ShowStatus(context_); }; });
     status->footer(
         "The feeds are shown when the settings file has StatusPath under [General], for instance\n"
-        "StatusPath=/run/orv/status, and the audio feed service was started with it.");
+        "StatusPath=/run/Orv/status/feed, and the audio feed service was started with it.");
     CLI::App* doctor =
         app.add_subcommand("doctor", "Look for whatever keeps feeds from being heard, and say how to mend it");
     doctor->callback([this] { command_ = [this] { exitCode_ = RunDoctor(context_); }; });

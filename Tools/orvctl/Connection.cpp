@@ -119,7 +119,7 @@ void CheckStatusPath(const std::string& file) {
     }
     if (why.empty()) return;
     throw ToolError(ExitCode::BadCommandLine, "StatusPath under [General] in " + file + " " + why +
-                                                  "; give a path of its own, such as /run/orv/status");
+                                                  "; give a path of its own, such as /run/Orv/status/feed");
 }
 
 ExitCode CodeOf(const std::string& result) {

@@ -91,7 +91,7 @@ private:
     void ExamineService() {
         if (settings_.statusPath.empty()) {
             found.Add(Severity::Note, "The audio feed service does not tell its state, so not all can be looked at",
-                      "write StatusPath=/run/orv/status under [General] in " + settings_.file +
+                      "write StatusPath=/run/Orv/status/feed under [General] in " + settings_.file +
                           " and restart it with `systemctl restart orv-audio-feed`");
             return;
         }

@@ -48,6 +48,7 @@ std::string NewSettingsText(bool withFolders, u32 port, const std::string& user,
             "[General]\n"
             "AppDataPath=/var/lib/Orv/\n"
             "PipePath=/run/Orv/pipe\n"
+            "StatusPath=/run/Orv/status/feed\n"
             "\n";
     } else {
         text = "; How orvctl connects as an administrator, see OrvPhoneSystem.ini(5). Made by \"orvctl setup\".\n";

@@ -22,7 +22,7 @@ std::string TextOf(CommonSettings& settings, const char* name, const std::string
 }
 
 std::string HowToTellState(const std::string& file) {
-    return "The audio feed service does not tell its state: write StatusPath=/run/orv/status under [General] in " +
+    return "The audio feed service does not tell its state: write StatusPath=/run/Orv/status/feed under [General] in " +
            file + " and restart it with `systemctl restart orv-audio-feed`";
 }
 

@@ -218,7 +218,7 @@ TEST_F(Doctor, SaysHowToLetTheServiceTellItsState) {
     const RunResult result = Ask();
     EXPECT_EQ(result.exitCode, 0) << result.output;
     EXPECT_THAT(result.output, HasSubstr("note: The audio feed service does not tell its state"));
-    EXPECT_THAT(result.output, HasSubstr("write StatusPath=/run/orv/status under [General] in "));
+    EXPECT_THAT(result.output, HasSubstr("write StatusPath=/run/Orv/status/feed under [General] in "));
 }
 
 }  // namespace

@@ -78,7 +78,7 @@ TEST_F(State, WithoutTheKeyThereIsNoThreadAndNoSocketAndStatusSaysHowToGetThem) 
     EXPECT_FALSE(std::filesystem::exists(Socket()));
     const RunResult status = Ctl({"status"});
     EXPECT_EQ(status.exitCode, 0);
-    EXPECT_THAT(status.output, HasSubstr("write StatusPath=/run/orv/status under [General] in "));
+    EXPECT_THAT(status.output, HasSubstr("write StatusPath=/run/Orv/status/feed under [General] in "));
     EXPECT_EQ(Ctl({"status", "--watch"}).exitCode, 2);
 }
 

@@ -87,6 +87,7 @@ TEST_F(OrvctlSetup, ACleanSystemGetsUsersSettingsAndAFeed) {
 
     EXPECT_EQ(Setting(service_, "[General].AppDataPath"), "/var/lib/Orv/");
     EXPECT_EQ(Setting(service_, "[General].PipePath"), "/run/Orv/pipe");
+    EXPECT_EQ(Setting(service_, "[General].StatusPath"), "/run/Orv/status/feed");
     for (const std::string& file : {service_, administrator_}) {
         EXPECT_EQ(Setting(file, "[ConfService].confNIC"), "127.0.0.1");
         EXPECT_EQ(Setting(file, "[ConfService].ConfPort"), "5485");

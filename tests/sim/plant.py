@@ -21,8 +21,7 @@ TABLES = "ConfigClient/ObjectList.cpp"
 
 # Name, source, the text there, what stands in its place; P is the fault's own switch, ONE_IN(n) that each n-th time.
 FAULTS = [
-    ("ABlockIsLost", FEED, "SendToAll(ProduceBlock(events));",
-     "{ const u8* const made = ProduceBlock(events); if (!ONE_IN(40)) SendToAll(made); }"),
+    ("ABlockIsLost", FEED, "SendToAll(block);", "if (!ONE_IN(40)) SendToAll(block);"),
     ("ABlockIsSentTwice", FEED, "if (connection->Send(block, BlockSamples)) {",
      "if ((!ONE_IN(40) || connection->Send(block, BlockSamples)) && connection->Send(block, BlockSamples)) {"),
     ("AHeldPositionIsForgotten", FEED, "            restart = true;  // nothing is read",

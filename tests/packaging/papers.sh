@@ -59,7 +59,7 @@ in_bash() { # words...
 expect "orvctl imp" "import" "$(in_bash orvctl imp)"
 expect "orv-listen hold --to" "--to-fifo" "$(in_bash orv-listen hold --to)"
 expect "orvctl fe" "feed" "$(in_bash orvctl fe)"
-expect "orvctl feed " "list show add set remove" "$(in_bash orvctl feed "")"
+expect "orvctl feed " "list show add set rebuild remove" "$(in_bash orvctl feed "")"
 expect "orvctl feed add x --ty" "--type" "$(in_bash orvctl feed add x --ty)"
 expect "orvctl feed add x --type " "default linein shuffled sorted" "$(in_bash orvctl feed add x --type "")"
 expect "orvctl --json user add x --role r" "reader" "$(in_bash orvctl --json user add x --role r)"
@@ -80,6 +80,6 @@ in_zsh() { # program, section, help arguments...
         source completion/$1.zsh 2>/dev/null
         _orv_described \"\$($1 ${*:3} --help)\" $2 | cut -d : -f 1" | tr '\n' ' '
 }
-expect "orvctl feed (zsh)" "list show add set remove " "$(in_zsh orvctl Subcommands feed)"
+expect "orvctl feed (zsh)" "list show add set rebuild remove " "$(in_zsh orvctl Subcommands feed)"
 
 exit "$failed"

@@ -20,8 +20,8 @@ using Texts = std::vector<std::string>;
 class PreloadTest : public testing::Test {
 protected:
     PreloadTest() {
-        world_.Files().AddFolder("/work");
-        world_.Files().SetWorkingDirectory("/work");
+        world_.Files().AddFolder("/here");
+        world_.Files().SetWorkingDirectory("/here");
         config_.PutParameter(1, "SYSTEMLOGGINGLEVEL", "3");
     }
     ~PreloadTest() override {
@@ -86,7 +86,7 @@ TEST_F(PreloadTest, WithoutAPromptPathTheRootOfTheSettingsHolds) {
 
 TEST_F(PreloadTest, TheDefaultAudioFileIsFoundUnderItsRelativeName) {
     config_.PutParameter(2, "DEFAULTAUDIOFILE", "Music\\Hold.wav");
-    AddSound("/work/music/hold.WAV");
+    AddSound("/here/music/hold.WAV");
     Preload({"./Music/hold.wav"});
     Reload([] { Sleep(100); });
     EXPECT_GE(world_.CountLog("Music\\Hold.wav taken from the cache"), 1U);
@@ -94,16 +94,16 @@ TEST_F(PreloadTest, TheDefaultAudioFileIsFoundUnderItsRelativeName) {
 }
 
 TEST_F(PreloadTest, ARelativeNameIsLookedForInTheWorkingDirectoryAndUnderTheRoot) {
-    AddSound("/work/a.wav");
+    AddSound("/here/a.wav");
     AddSound("/root/a.wav");
     AddSound("/root/b.wav");
     AddSound("/else/c.wav");
     Preload({"a.wav", "b.wav", "/else/c.wav"});
     Reload([&] {
-        for (const char* name : {"/work/a.wav", "a.wav", "/root/a.wav", "/root/b.wav", "/else/c.wav"}) {
+        for (const char* name : {"/here/a.wav", "a.wav", "/root/a.wav", "/root/b.wav", "/else/c.wav"}) {
             EXPECT_TRUE(Cached(name)) << name;
         }
-        EXPECT_FALSE(Cached("b.wav")) << "which would be /work/b.wav";
+        EXPECT_FALSE(Cached("b.wav")) << "which would be /here/b.wav";
     });
     EXPECT_EQ(world_.LogOf("Files preloaded"), Texts{" Info|Files preloaded: 4, 32176 bytes, locked in memory: 4"});
 }

@@ -12,3 +12,6 @@ build/dev/bin/orv-sim --seed 1 --seeds 5000 &
 half=$!
 build/dev/bin/orv-sim --seed 5001 --seeds 5000
 wait "$half"
+
+echo "Real faults, tried harder"
+ORV_LONG=1 ctest --test-dir build/dev --output-on-failure -L faults --timeout 3600

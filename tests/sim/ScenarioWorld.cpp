@@ -169,7 +169,10 @@ void Scenario::SettleDown() {
     for (u32 second = 0; linkUp_ && second < 120 && !checker_.Settled(); ++second) Platform::SleepMilliseconds(1000);
     if (linkUp_ && !checker_.Settled()) world_.Fail("changes have not come two minutes later");
     CheckTables("at the end");
-    if (!linkUp_ && !checker_.Saw("[EC000001]: ")) world_.Fail("the loss of the connection is not told");
+    // Lost in the run's last moment, it is told by a thread that has yet to get its turn.
+    const auto told = [this] { return linkUp_ || checker_.Saw("[EC000001]: "); };
+    for (u32 tenth = 0; tenth < 10 && !told(); ++tenth) Platform::SleepMilliseconds(100);
+    if (!told()) world_.Fail("the loss of the connection is not told within a second");
 }
 
 }  // namespace OrvSim

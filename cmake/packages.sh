@@ -3,7 +3,7 @@
 # Builds and runs the system.
 ORV_RUN_PACKAGES="g++ cmake ninja-build pkg-config libgrpc++-dev protobuf-compiler protobuf-compiler-grpc libprotobuf-dev
 libsqlite3-dev libsodium-dev libcli11-dev nlohmann-json3-dev libsndfile1-dev libsoxr-dev libebur128-dev
-asterisk-moh-opsound-wav asterisk-core-sounds-en-wav"
+asterisk-moh-opsound-wav asterisk-core-sounds-en asterisk-core-sounds-en-wav"
 
 # Proves it.
 ORV_TEST_PACKAGES="$ORV_RUN_PACKAGES clang libclang-rt-14-dev clang-format libgtest-dev libgmock-dev sox ffmpeg

@@ -6,7 +6,9 @@
 
 #include "AudioFeeder/VolumeControl.h"
 #include "Projects/Common/VoIPFileEngine/ADPCMDecoder.h"
+#include "Projects/Common/VoIPFileEngine/ILoopBuffer.h"
 #include "Projects/Common/VoIPFileEngine/Mixer.h"
+#include "Projects/Common/VoIPFileEngine/ResampleTo8k.h"
 #include "bench/kernels/Sound.h"
 
 namespace OrvBench {
@@ -130,6 +132,45 @@ void DecodeAdpcm(State& state) {
     CountBlocks(state);
 }
 BENCHMARK(DecodeAdpcm);
+
+// A second of a preloaded file at a higher rate. Samples are those that go in.
+void ResampleTo8k(State& state) {
+    const auto rate = static_cast<u32>(state.range(0));
+    const auto sound = Noise(rate, 20000);
+    for (auto _ : state) benchmark::DoNotOptimize(Orv::ResampleTo8k(sound.data(), rate, rate));
+    state.SetItemsProcessed(static_cast<i64>(state.iterations()) * rate);
+    state.SetBytesProcessed(static_cast<i64>(state.iterations()) * rate * 2);
+}
+BENCHMARK(ResampleTo8k)->ArgName("rate")->Arg(16000)->Arg(44100)->Arg(48000)->Unit(benchmark::kMicrosecond);
+
+// The ring of a live source: what its thread adds, and what each listener takes, round and round the ring.
+void AppendToRing(State& state) {
+    const MTObjects::THolder<Orv::ILoopBuffer> ring(new Orv::ILoopBuffer);
+    const auto sound = Noise(kBlockSamples, 20000);
+    for (auto _ : state) {
+        ring->Append(Bytes(sound), kBlockSamples * 2);
+        benchmark::ClobberMemory();
+    }
+    CountBlocks(state);
+}
+BENCHMARK(AppendToRing);
+
+void CopyOutOfRing(State& state) {
+    const MTObjects::THolder<Orv::ILoopBuffer> ring(new Orv::ILoopBuffer);
+    const auto sound = Noise(Orv::ILoopBuffer::Size / 2, 20000);
+    ring->Append(Bytes(sound), Orv::ILoopBuffer::Size);
+    std::vector<i16> block(kBlockSamples);
+    u64 position = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(ring->TakeHead());
+        ring->CopyOut(position, Bytes(block), kBlockSamples * 2);
+        position += kBlockSamples * 2;
+        benchmark::DoNotOptimize(block.data());
+        benchmark::ClobberMemory();
+    }
+    CountBlocks(state);
+}
+BENCHMARK(CopyOutOfRing);
 
 }  // namespace
 }  // namespace OrvBench

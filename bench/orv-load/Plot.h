@@ -1,4 +1,4 @@
-// A plot as SVG: both axes logarithmic.
+// A plot as SVG: the lower axis logarithmic, the upper one from 0 on.
 #pragma once
 
 #include <string>

@@ -105,7 +105,7 @@ void MeasureManyChanges(Session& session) {
     constexpr i64 kWindow = 10 * kSecond;
     others.BeginWindow();
     SleepFor(kWindow);
-    const Heard before = others.EndWindow();
+    const Heard before = others.Collect();
 
     std::vector<Orv::Change> changes;
     for (u32 feed = 0; feed < half; ++feed) changes.push_back(FeedChange(feed, "maxvolume", 40));
@@ -122,7 +122,7 @@ void MeasureManyChanges(Session& session) {
     };
     WaitFor(60 * kSecond, all);
     SleepFor(std::max<i64>(0, begin + kWindow - Now()));
-    const Heard during = others.EndWindow();
+    const Heard during = others.Collect();
     u32 unheard = 0;
     i64 last = applied;
     for (u32 feed = 0; feed < half; ++feed) {

@@ -73,10 +73,8 @@ void WriteText(const std::string& path, const std::string& text) {
     if (!file) throw LoadError("Cannot write " + path);
 }
 
-RunFolder::RunFolder(bool keep) : keep_(keep) {
-    char name[] = "/tmp/orv-l-XXXXXX";
-    if (::mkdtemp(name) == nullptr) Fail("Cannot make a folder in /tmp");
-    path_ = name;
+RunFolder::RunFolder(bool keep, const std::string& parent) : path_(parent + "/orv-l-XXXXXX"), keep_(keep) {
+    if (::mkdtemp(path_.data()) == nullptr) Fail("Cannot make a folder in " + parent);
 }
 
 RunFolder::~RunFolder() {

@@ -43,7 +43,7 @@ void WriteText(const std::string& path, const std::string& text);
 // A folder of the run's own with a short path, so that sockets fit into it. Gone with the object, unless kept.
 class RunFolder {
 public:
-    explicit RunFolder(bool keep);
+    explicit RunFolder(bool keep, const std::string& parent = "/tmp");
     ~RunFolder();
     RunFolder(const RunFolder&) = delete;
     RunFolder& operator=(const RunFolder&) = delete;

@@ -1,8 +1,11 @@
 #include "bench/orv-load/Exchange.h"
 
+#include <fcntl.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <regex>
 
@@ -61,7 +64,18 @@ std::string FirstPiece(const std::string& folder) {
     return Music(folder, 1).front();
 }
 
+bool HasCachedReads(const std::string& file) {
+    const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) Fail("Cannot open " + file);
+    char byte = 0;
+    const iovec target{&byte, 1};
+    const bool has = ::preadv2(descriptor, &target, 1, 0, RWF_NOWAIT) >= 0 || errno == EAGAIN;
+    ::close(descriptor);
+    return has;
+}
+
 Exchange::Exchange(const ExchangeOptions& options) : options_(options), folder_(options.keep) {
+    if (!options.soundsIn.empty()) sounds_.emplace(options.keep, options.soundsIn);
     CopyMusic();
     StartConfig();
     FillTables();
@@ -70,7 +84,7 @@ Exchange::Exchange(const ExchangeOptions& options) : options_(options), folder_(
 void Exchange::CopyMusic() const {
     const fs::path playlist = fs::path(Prompts()) / "Playlist" / kMusicFolder;
     fs::create_directories(playlist);
-    fs::create_directories(folder_ / "d/Data/Logs");
+    fs::create_directories(LogFolder());
     u32 pieces = options_.pieces;
     if (options_.type == "marked" || options_.type == "counted") {
         // In front of all others, so that the content begins with it.
@@ -134,6 +148,7 @@ void Exchange::FillTables() {
     std::vector<Orv::Change> changes = {
         Put("PARAMETER", "SYSTEMLOGGINGLEVEL", {{"value", std::to_string(options_.logLevel)}}),
         Put("PARAMETER", "AUDIO_PROVIDER_MAX_VOLUME", {{"value", std::to_string(options_.limit)}})};
+    if (sounds_) changes.push_back(Put("PARAMETER", "IVRPROMPTPATH", {{"value", Prompts()}}));
     if (options_.type == "default") {
         for (const auto& entry : fs::directory_iterator(fs::path(Prompts()) / "Playlist" / kMusicFolder)) {
             changes.push_back(Put("PARAMETER", "DEFAULTAUDIOFILE", {{"value", entry.path().string()}}));
@@ -216,10 +231,14 @@ std::vector<Seat> Exchange::Seats(u32 clients) const {
     return seats;
 }
 
+bool Exchange::HasCachedReads() const {
+    return OrvLoad::HasCachedReads(FirstPiece(Prompts() + "/Playlist/" + kMusicFolder));
+}
+
 u64 Exchange::BackedUpLogs() const {
     u64 count = 0;
     std::error_code error;
-    for (const auto& entry : fs::recursive_directory_iterator(folder_ / "d/Data/Logs/Backup", error)) {
+    for (const auto& entry : fs::recursive_directory_iterator(LogFolder() + "/Backup", error)) {
         count += entry.is_regular_file() ? 1 : 0;
     }
     return count;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,10 +27,16 @@ struct ExchangeOptions {
     bool nonstop = false;
     i32 logLevel = 1;
     bool keep = false;  // the folder
+    // A folder for the sounds, so that they can lie on another file system than the rest; empty: with the rest.
+    std::string soundsIn;
 };
 
 // The first file of a folder of music, in alphabetical order; throws when there is none.
 std::string FirstPiece(const std::string& folder);
+
+// Whether the file system of that file tells what it has in the page cache (reads that do not wait), as the service
+// asks for it.
+bool HasCachedReads(const std::string& file);
 
 // For Exchange::Apply(): one column of one feed.
 Orv::Change FeedChange(u32 feed, const char* column, i32 value);
@@ -56,7 +63,10 @@ public:
     std::string PipePath(u32 feed) const;
     // One seat per feed, `clients` of them in all, feed after feed.
     std::vector<Seat> Seats(u32 clients) const;
-    std::string Prompts() const { return folder_ / "d/Data/Ivr/Prompts"; }
+    std::string Prompts() const { return sounds_ ? sounds_->Path() : folder_ / "d/Data/Ivr/Prompts"; }
+    std::string LogFolder() const { return folder_ / "d/Data/Logs"; }
+    // Of the music.
+    bool HasCachedReads() const;
     // Files below the log's backup folder.
     u64 BackedUpLogs() const;
     const ExchangeOptions& Options() const { return options_; }
@@ -72,6 +82,7 @@ private:
 
     ExchangeOptions options_;
     RunFolder folder_;
+    std::optional<RunFolder> sounds_;
     u32 port_ = 0;
     std::unique_ptr<VX::ILinkConnector> connector_;
     std::unique_ptr<Orv::Connection> admin_;

@@ -15,12 +15,13 @@
 namespace OrvLoad {
 namespace {
 
-constexpr i64 kSlice = 5 * kSecond;
+constexpr u64 kDriftBlocks = 5 * kSecond / kBlockTime;
+constexpr i64 kGrace = 2 * kSecond;
+// What a later client may seem early by without having been placed a block too high: the grid is not found yet.
+constexpr i64 kGuessTolerance = kBlockTime / 4;
 constexpr int kEventsAtOnce = 1024;
 constexpr u64 kConnectsAtOnce = 256;
 constexpr std::size_t kReadBytes = 65536;
-// The clock is read before the block is: what looks early by less is not.
-constexpr i64 kEarlyTolerance = 5 * kMillisecond;
 
 i64 ThreadTime(pthread_t thread) {
     clockid_t clock{};
@@ -57,7 +58,7 @@ u32 Listeners::Attach(std::vector<Seat> seats) {
     const std::lock_guard guard(mutex_);
     const auto first = static_cast<u32>(clients_.size());
     for (Seat& seat : seats) {
-        if (seat.feed >= gridOfFeed_.size()) gridOfFeed_.resize(seat.feed + 1);
+        if (seat.feed >= grids_.size()) grids_.resize(seat.feed + 1);
         pending_.push_back(static_cast<u32>(clients_.size()));
         clients_.emplace_back().seat = std::move(seat);
         ++withoutFirstBlock_;
@@ -75,31 +76,66 @@ bool Listeners::WaitForFirstBlocks(i64 nanoseconds) {
 void Listeners::BeginWindow() {
     const std::lock_guard guard(mutex_);
     heard_ = Heard();
-    heard_.ended = ended_;
-    for (Client& client : clients_) client.leastNow = client.leastLast = INT64_MAX;
-    windowBegin_ = sliceBegin_ = Now();
+    endedBefore_ = ended_;
+    for (Client& client : clients_) client.afterFirst.clear();
     ownTimeBegin_ = ThreadTime(thread_.native_handle());
+    windowBegin_ = Now();
+    windowEnd_ = kNever;
     inWindow_ = true;
 }
 
-Heard Listeners::EndWindow() {
+void Listeners::EndWindow() {
     const std::lock_guard guard(mutex_);
-    const i64 now = Now();
-    inWindow_ = false;
-    heard_.length = now - windowBegin_;
+    if (!inWindow_ || windowEnd_ != kNever) return;
+    windowEnd_ = Now();
+    heard_.length = windowEnd_ - windowBegin_;
     heard_.ownTime = ThreadTime(thread_.native_handle()) - ownTimeBegin_;
-    heard_.ended = ended_ - heard_.ended;
-    for (const Client& client : clients_) {
-        if (client.descriptor < 0) continue;
-        ++heard_.clients;
-        heard_.torn += client.bytes % kBlockBytes != 0 ? 1 : 0;
-        if (client.firstBlockAt == 0) continue;
-        const i64 due = (now - 2 * kBlockTime - client.gridStart) / kBlockTime + 1;
-        heard_.missing += static_cast<u64>(std::max<i64>(0, due - static_cast<i64>(client.bytes / kBlockBytes)));
-        const i64 least = std::min(client.leastNow, client.leastLast);
-        if (least != INT64_MAX) heard_.drift = std::max(heard_.drift, least / kBlockTime);
-    }
+    heard_.ended = ended_ - endedBefore_;
+    for (const Client& client : clients_) heard_.clients += client.descriptor >= 0 ? 1 : 0;
+}
+
+Heard Listeners::Collect() {
+    EndWindow();
+    WaitFor(kGrace, [this] {
+        const std::lock_guard guard(mutex_);
+        return Missing() == 0;
+    });
+    const std::lock_guard guard(mutex_);
+    inWindow_ = false;
+    heard_.missing = Missing();
+    for (const Client& client : clients_) Judge(client);
     return heard_;
+}
+
+// Of clients that saw the end, what they had not got is not missing: that they saw it is told.
+u64 Listeners::Missing() const {
+    u64 missing = 0;
+    for (const Client& client : clients_) {
+        if (client.descriptor < 0 || client.firstBlockAt == 0) continue;
+        const u64 due = grids_[client.seat.feed].BlocksBefore(windowEnd_);
+        const u64 there = client.offset + client.bytes / kBlockBytes;
+        missing += due > there ? due - there : 0;
+    }
+    return missing;
+}
+
+void Listeners::Judge(const Client& client) {
+    if (client.firstBlockAt == 0) return;
+    const Grid& grid = grids_[client.seat.feed];
+    i64 least = kNever;
+    u64 left = client.afterFirst.size();
+    for (const i32 microseconds : client.afterFirst) {
+        const i64 lateness = std::max<i64>(0, microseconds * kMicrosecond + grid.Moved());
+        heard_.lateness.Add(lateness);
+        heard_.lateBlocks += lateness > kBlockTime ? 1 : 0;
+        if (left-- <= kDriftBlocks) least = std::min(least, lateness);
+    }
+    heard_.blocks += client.afterFirst.size();
+    heard_.earliest = std::max(heard_.earliest, grid.Early());
+    heard_.drift = std::max(heard_.drift, grid.Early() / kBlockTime);
+    if (client.descriptor < 0) return;
+    heard_.torn += client.bytes % kBlockBytes != 0 ? 1 : 0;
+    if (least != kNever) heard_.drift = std::max(heard_.drift, least / kBlockTime);
 }
 
 u64 Listeners::BlocksOf(u32 client) const {
@@ -134,7 +170,7 @@ void Listeners::DetachAll() {
     }
     clients_.clear();
     pending_.clear();
-    gridOfFeed_.clear();
+    grids_.clear();
     withoutFirstBlock_ = ended_ = 0;
 }
 
@@ -146,16 +182,6 @@ void Listeners::Run() {
         ReadReady();
         const std::lock_guard guard(mutex_);
         ConnectPending();
-        RollSlices(Now());
-    }
-}
-
-void Listeners::RollSlices(i64 now) {
-    if (!inWindow_ || now - sliceBegin_ < kSlice) return;
-    sliceBegin_ = now;
-    for (Client& client : clients_) {
-        client.leastLast = client.leastNow;
-        client.leastNow = INT64_MAX;
     }
 }
 
@@ -181,6 +207,7 @@ bool Listeners::Connect(u32 index) {
     epoll_event event{};
     event.events = EPOLLIN;
     event.data.u32 = index;
+    client.askedAt = Now();
     if (::connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         ::epoll_ctl(epoll_, EPOLL_CTL_ADD, descriptor, &event) != 0) {
         ::close(descriptor);
@@ -205,8 +232,8 @@ void Listeners::ReadReady() {
 void Listeners::Receive(Client& client) {
     static u8 buffer[kReadBytes];  // one thread's
     if (client.descriptor < 0) return;
-    const i64 arrival = Now();
     const ssize_t size = ::recv(client.descriptor, buffer, sizeof buffer, MSG_DONTWAIT);
+    const i64 arrival = Now();  // read behind it, so that no block seems to come before it was sent
     if (size > 0) {
         TakeBlocks(client, buffer, static_cast<u64>(size), arrival);
     } else if (size == 0 || (errno != EAGAIN && errno != EINTR)) {
@@ -219,39 +246,38 @@ void Listeners::TakeBlocks(Client& client, const u8* data, u64 size, i64 arrival
     const u64 firstBlock = client.bytes / kBlockBytes;
     client.bytes += size;
     const u64 endBlock = client.bytes / kBlockBytes;
-    if (firstBlock == 0 && endBlock > 0) BeginGrid(client, arrival);
+    if (firstBlock == 0 && endBlock > 0) TakePlace(client, arrival);
     if (client.seat.tap) Feed(client, data, size, arrival);
-    for (u64 block = firstBlock; block < endBlock; ++block) Account(client, block, arrival);
-    if (!inWindow_ || phase != 0) return;
-    for (u64 at = 0; at + kBlockBytes <= size; at += kBlockBytes) heard_.silentBlocks += IsSilent(data + at) ? 1 : 0;
+    for (u64 block = firstBlock; block < endBlock; ++block) {
+        if (!Account(client, block, arrival) || phase != 0) continue;
+        heard_.silentBlocks += IsSilent(data + (block - firstBlock) * kBlockBytes) ? 1 : 0;
+    }
 }
 
-void Listeners::BeginGrid(Client& client, i64 arrival) {
+void Listeners::TakePlace(Client& client, i64 arrival) {
     client.firstBlockAt = arrival;
     --withoutFirstBlock_;
-    i64& ofFeed = gridOfFeed_[client.seat.feed];
-    const bool isFirst = ofFeed == 0;
-    if (isFirst) ofFeed = arrival - kFirstBlockOverdue;
-    // One that comes later begins with a block that is due about now. Which one shows by the next ones: none is early.
-    client.gridIsGuess = !isFirst;
-    client.gridStart = isFirst ? ofFeed : ofFeed + (arrival + kEarlyTolerance - ofFeed) / kBlockTime * kBlockTime;
+    Grid& grid = GridOf(client);
+    client.leads = !grid.HasBegun();
+    if (client.leads) {
+        grid.Begin(client.askedAt, arrival);
+    } else {
+        // It begins with a block that is due about now. Which one shows by the next ones: none is early.
+        client.offset = grid.BlocksBefore(arrival + kGuessTolerance) - 1;
+    }
 }
 
-i64 Listeners::LatenessOf(Client& client, u64 block, i64 arrival) {
-    const i64 lateness = arrival - client.gridStart - static_cast<i64>(block) * kBlockTime;
-    if (!client.gridIsGuess || lateness >= -kEarlyTolerance) return lateness;
-    client.gridStart -= kBlockTime;
-    return lateness + kBlockTime;
-}
-
-void Listeners::Account(Client& client, u64 block, i64 arrival) {
-    const i64 lateness = LatenessOf(client, block, arrival);
-    if (!inWindow_) return;
-    ++heard_.blocks;
-    heard_.lateness.Add(lateness);
-    if (lateness > kBlockTime) ++heard_.lateBlocks;
-    if (-lateness > kEarlyTolerance) heard_.earliest = std::max(heard_.earliest, -lateness);
-    client.leastNow = std::min(client.leastNow, std::max<i64>(0, lateness));
+bool Listeners::Account(Client& client, u64 block, i64 arrival) {
+    Grid& grid = GridOf(client);
+    if (client.leads) {
+        grid.Hold(block, arrival);
+    } else if (client.offset > 0 && arrival < grid.DueAt(client.offset + block) - kGuessTolerance) {
+        --client.offset;
+    }
+    const u64 ofFeed = client.offset + block;
+    if (!inWindow_ || grid.DueAt(ofFeed) >= windowEnd_) return false;
+    client.afterFirst.push_back(static_cast<i32>(grid.AfterFirst(ofFeed, arrival) / kMicrosecond));
+    return true;
 }
 
 void Listeners::Feed(Client& client, const u8* data, u64 size, i64 arrival) const {

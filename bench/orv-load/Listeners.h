@@ -1,11 +1,11 @@
-// Thousands of clients of pipes on one thread. Each block's arrival is held against the feed's 125 ms grid.
+// Thousands of clients of pipes on one thread. Each block's arrival is held against the feed's 125 ms grid (Grid.h).
 //
 // The grid of a feed begins with its first client: the pump sends three blocks at once then, the first of them 275 ms
-// overdue. Block k is due k times 125 ms after that. A pump that looks at its clock each 100 ms is up to 100 ms late
-// and never early.
+// overdue. A pump that looks at its clock each 100 ms is up to 100 ms late and never early.
 #pragma once
 
 #include <atomic>
+#include <deque>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "bench/orv-load/Common.h"
+#include "bench/orv-load/Grid.h"
 #include "bench/orv-load/Histogram.h"
 
 namespace OrvLoad {
@@ -26,18 +27,20 @@ struct Seat {
     BlockTap tap = {};  // may be empty
 };
 
-// What was heard between BeginWindow() and EndWindow().
+// What was heard in a window: the blocks that came from its begin on, and of those that came after its end the ones
+// that had been due before it. So each block that was due counts, however late it came.
 struct Heard {
     i64 length = 0;
     u64 clients = 0;       // that were attached at its end
     u64 blocks = 0;        // whole blocks
     u64 silentBlocks = 0;  // of them all zeros
     u64 lateBlocks = 0;    // later than one block's time
-    u64 missing = 0;       // due more than 250 ms before the end and not there
-    u64 torn = 0;          // clients whose bytes at the end are no whole blocks
+    u64 missing = 0;       // due before its end and not there 2 seconds after it
+    u64 torn = 0;          // clients whose bytes are no whole blocks then
     u64 ended = 0;         // clients that saw the end of the stream
-    i64 drift = 0;         // whole blocks by which the worst client was behind the grid in the last 5 seconds, at best
-    i64 earliest = 0;      // how far a block came before its time; 0 when none did
+    i64 drift = 0;         // whole blocks by which the worst client was off the grid: behind it in the best moment of
+                           // the last 5 seconds, or ahead
+    i64 earliest = 0;      // how far a block came before its time at least; 0 when none did beyond doubt
     i64 ownTime = 0;       // processor time of the listeners' thread
     Histogram lateness;
 };
@@ -56,7 +59,9 @@ public:
     // Whether every client has its first block; waits for it.
     bool WaitForFirstBlocks(i64 nanoseconds);
     void BeginWindow();
-    Heard EndWindow();
+    void EndWindow();
+    // Ends the window, unless it has ended, and waits for the blocks that were due in it, 2 seconds at most.
+    Heard Collect();
 
     u64 BlocksOf(u32 client) const;
     // When a client had its first block and when it saw the end; 0 before.
@@ -68,17 +73,19 @@ public:
     void DetachAll();
 
 private:
+    static constexpr i64 kNever = INT64_MAX;
+
     struct Client {
         int descriptor = -1;
         Seat seat;
         u64 bytes = 0;
+        i64 askedAt = 0;  // before it connected
         i64 firstBlockAt = 0;
         i64 endedAt = 0;
-        i64 gridStart = 0;          // when its block 0 was due
-        bool gridIsGuess = false;   // of a later client of the feed
-        i64 leastNow = INT64_MAX;   // least lateness in this slice of the window
-        i64 leastLast = INT64_MAX;  // and in the one before
-        std::vector<u8> part;       // of a block, for the tap
+        bool leads = false;          // the feed's first client, of which the grid is made
+        u64 offset = 0;              // the feed's block that was its first; of a later client a guess
+        std::deque<i32> afterFirst;  // of the blocks of the window, Grid::AfterFirst() in microseconds
+        std::vector<u8> part;        // of a block, for the tap
     };
 
     void Run();
@@ -87,25 +94,28 @@ private:
     void ReadReady();
     void Receive(Client& client);
     void TakeBlocks(Client& client, const u8* data, u64 size, i64 arrival);
-    void BeginGrid(Client& client, i64 arrival);
-    static i64 LatenessOf(Client& client, u64 block, i64 arrival);
-    void Account(Client& client, u64 block, i64 arrival);
+    void TakePlace(Client& client, i64 arrival);
+    Grid& GridOf(const Client& client) { return grids_[client.seat.feed]; }
+    // Places a block on its feed's grid. Whether it counts in the window.
+    bool Account(Client& client, u64 block, i64 arrival);
     void Feed(Client& client, const u8* data, u64 size, i64 arrival) const;
     void End(Client& client);
-    void RollSlices(i64 now);
+    u64 Missing() const;
+    void Judge(const Client& client);
 
     const i64 period_;
     int epoll_ = -1;
     mutable std::mutex mutex_;  // guards all below
     std::vector<Client> clients_;
     std::vector<u32> pending_;
-    std::vector<i64> gridOfFeed_;  // 0: none yet
+    std::vector<Grid> grids_;  // of the feeds
     u64 withoutFirstBlock_ = 0;
     u64 ended_ = 0;
     bool inWindow_ = false;
     i64 windowBegin_ = 0;
-    i64 sliceBegin_ = 0;
+    i64 windowEnd_ = kNever;
     i64 ownTimeBegin_ = 0;
+    u64 endedBefore_ = 0;
     Heard heard_;
 
     std::atomic<bool> stop_{false};

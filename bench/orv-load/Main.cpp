@@ -27,9 +27,7 @@ bool MeasureOnce(Options& options) {
     std::fputs(MeasurementTable(session.rows).c_str(), stdout);
     const Json& row = session.rows.front();
     if (session.rows.size() == 2) {
-        const double cost = row["ms_per_feed_second"].get<double>();
-        std::printf("A feed costs %.2f times the floor.\n",
-                    cost / session.rows.back()["ms_per_feed_second"].get<double>());
+        std::printf("A feed costs %.2f times the floor.\n", CostOf(row) / CostOf(session.rows.back()));
     }
     if (const std::string loss = DescribeLoss(row); !loss.empty()) {
         std::fprintf(stderr, "orv-load: %s\n", loss.c_str());
@@ -42,9 +40,9 @@ void RunScenario(Options& options) {
     Session& session = options.session;
     const bool all = options.scenario == "all";
     const std::pair<const char*, void (*)(Session&)> scenarios[] = {
-        {"cost", MeasureCost},           {"idle", MeasureIdle},        {"memory", MeasureMemory},
-        {"volumes", MeasureManyChanges}, {"change", MeasureOneChange}, {"rebuild", MeasureRebuild},
-        {"listeners", MeasureListeners}, {"realtime", MeasureRealTime}};
+        {"cost", MeasureCost},       {"idle", MeasureIdle},           {"memory", MeasureMemory},
+        {"silence", MeasureSilence}, {"volumes", MeasureManyChanges}, {"change", MeasureOneChange},
+        {"rebuild", MeasureRebuild}, {"listeners", MeasureListeners}, {"realtime", MeasureRealTime}};
     for (const auto& [name, measure] : scenarios) {
         if (!all && options.scenario != name) continue;
         std::printf("--- %s\n", name);
@@ -69,7 +67,6 @@ int Main(int argc, char** argv) {
     RaiseDescriptorLimit();
     RaisePriority();
     bool good = true;
-    if (options.scenario == "all" && options.curve.empty()) options.curve = {10, 100, 1000, 5000};
     if (!options.scenario.empty()) RunScenario(options);
     if (!options.curve.empty()) MeasureCurve(session, options.curve, options.plot);
     if (options.scenario.empty() && options.curve.empty()) good = MeasureOnce(options);
@@ -77,14 +74,22 @@ int Main(int argc, char** argv) {
 
     Json goals = Json::array();
     for (const Goal& goal : session.goals) {
-        good = good && goal.met;
-        goals.push_back({{"what", goal.what}, {"goal", goal.goal}, {"measured", goal.measured}, {"met", goal.met}});
+        good = good && goal.met.value_or(true);
+        goals.push_back({{"what", goal.what},
+                         {"goal", goal.goal},
+                         {"measured", goal.measured},
+                         {"met", goal.met ? Json(*goal.met) : Json()}});
     }
     if (!options.json.empty()) {
         const Json result = {{"machine", DescribeMachine()}, {"goals", goals}, {"rows", session.rows}};
         WriteText(options.json, result.dump(2) + "\n");
     }
-    if (!options.markdown.empty()) WriteText(options.markdown, MachineMarkdown() + "\n" + GoalMarkdown(session.goals));
+    if (!options.markdown.empty()) {
+        std::string text = MachineMarkdown();
+        if (!session.goals.empty()) text += "\n" + GoalMarkdown(session.goals);
+        if (!session.curve.empty()) text += "\n" + CurveMarkdown(session.curve);
+        WriteText(options.markdown, text);
+    }
     return good ? 0 : 2;
 }
 

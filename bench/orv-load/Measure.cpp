@@ -40,8 +40,10 @@ void AttachAll(Listeners& listeners, std::vector<Seat> seats) {
     if (!listeners.WaitForFirstBlocks(120 * kSecond)) throw LoadError("A client got no block in 120 s");
 }
 
-Json Measure(const MeasureOptions& options, pid_t process, u32 feeds, Listeners& listeners, const Machine& before) {
+Json Measure(const MeasureOptions& options, pid_t process, u32 feeds, Listeners& listeners, const Machine& before,
+             const ServiceLog* log) {
     SleepFor(FromSeconds(options.settle));
+    const LateReads lateBefore = log != nullptr ? log->CountLateReads() : LateReads();
     const Counters countersBefore = ReadCounters(process);
     listeners.BeginWindow();
     const Machine machineBefore = ReadMachine();
@@ -51,9 +53,10 @@ Json Measure(const MeasureOptions& options, pid_t process, u32 feeds, Listeners&
     const i64 cost = ProcessorNanoseconds(process) - costBefore;
     const i64 took = Now() - begin;
     const Machine machine = ReadMachine();
-    const Heard heard = listeners.EndWindow();
+    listeners.EndWindow();
     const Counters counters = ReadCounters(process);
     const Holding holding = ReadHolding(process);
+    const Heard heard = listeners.Collect();
 
     const double seconds = static_cast<double>(took) / kSecond;
     const double feedSeconds = seconds * feeds;
@@ -61,7 +64,7 @@ Json Measure(const MeasureOptions& options, pid_t process, u32 feeds, Listeners&
     const auto kernel = static_cast<double>(machine.kernelBytes) - static_cast<double>(before.kernelBytes);
     const i64 user = counters.userTime - countersBefore.userTime;
     const i64 system = counters.systemTime - countersBefore.systemTime;
-    return {
+    Json row = {
         {"feeds", feeds},
         {"clients", heard.clients},
         {"seconds", Rounded(seconds, 2)},
@@ -72,6 +75,7 @@ Json Measure(const MeasureOptions& options, pid_t process, u32 feeds, Listeners&
         {"read_calls_per_feed_second",
          Rounded(static_cast<double>(counters.readCalls - countersBefore.readCalls) / feedSeconds, 3)},
         {"read_bytes", counters.readBytes - countersBefore.readBytes},
+        {"disk_bytes", counters.diskBytes - countersBefore.diskBytes},
         {"us_per_block", Rounded(static_cast<double>(cost) / kMicrosecond / perBlock, 2)},
         {"blocks", heard.blocks},
         {"blocks_missing", heard.missing},
@@ -94,6 +98,12 @@ Json Measure(const MeasureOptions& options, pid_t process, u32 feeds, Listeners&
                                                    4)},
         {"processors_busy",
          Rounded(static_cast<double>(machine.busyTime - machineBefore.busyTime) / static_cast<double>(took), 2)}};
+    if (log != nullptr) {
+        const LateReads late = log->CountLateReads();
+        row["reads_late"] = late.reads - lateBefore.reads;
+        row["blocks_late_disk"] = late.wholeBlocks - lateBefore.wholeBlocks;
+    }
+    return row;
 }
 
 Json MeasureService(const MeasureOptions& options, const ExchangeOptions& exchangeOptions, u32 clients) {
@@ -106,7 +116,10 @@ Json MeasureService(const MeasureOptions& options, const ExchangeOptions& exchan
     const bool isCounted = exchangeOptions.type == "counted";
     for (u32 i = 0; i < clients && isCounted; ++i) seats[i].tap = counted.TapFor(i);
     AttachAll(listeners, std::move(seats));
-    Json row = Measure(options, exchange.Service(), exchangeOptions.feeds, listeners, before);
+    const ServiceLog log(exchange.LogFolder());
+    Json row = Measure(options, exchange.Service(), exchangeOptions.feeds, listeners, before,
+                       exchangeOptions.logLevel == ServiceLog::kLevelOfReads ? &log : nullptr);
+    row["cached_reads"] = exchange.HasCachedReads();
     if (isCounted) {
         row["counted_continued"] = counted.Continued();
         row["counted_broken"] = counted.Broken();

@@ -7,6 +7,7 @@
 
 #include "bench/orv-load/Exchange.h"
 #include "bench/orv-load/ProcessCost.h"
+#include "bench/orv-load/ServiceLog.h"
 
 namespace OrvLoad {
 
@@ -22,7 +23,9 @@ struct MeasureOptions {
 };
 
 // Settles, then measures. `before` is the machine without the process. All figures "per feed" divide by `feeds`.
-Json Measure(const MeasureOptions& options, pid_t process, u32 feeds, Listeners& listeners, const Machine& before);
+// `log`, if any, is the service's: then it is told which reads came late.
+Json Measure(const MeasureOptions& options, pid_t process, u32 feeds, Listeners& listeners, const Machine& before,
+             const ServiceLog* log = nullptr);
 
 // A service with `exchange.feeds` feeds and `clients` clients on them, from its start to its end.
 Json MeasureService(const MeasureOptions& options, const ExchangeOptions& exchange, u32 clients);

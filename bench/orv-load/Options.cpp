@@ -23,7 +23,11 @@ void DescribeExchange(CLI::App& app, ExchangeOptions& exchange) {
     app.add_flag("--announcements,!--no-announcements", exchange.announcements,
                  "Announcements on each feed after pauses of 2 to 8 s; on when not given");
     app.add_option("--limiter", exchange.limit, "Level limit of every feed in percent, 0: none")->capture_default_str();
-    app.add_option("--log-level", exchange.logLevel, "SYSTEMLOGGINGLEVEL")->capture_default_str();
+    app.add_option("--log-level", exchange.logLevel, "SYSTEMLOGGINGLEVEL; with 3 the reads that came late are counted")
+        ->capture_default_str();
+    app.add_option("--sounds-in", exchange.soundsIn,
+                   "Puts the sounds into a folder there, on whatever file system it is")
+        ->check(CLI::ExistingDirectory);
     app.add_flag("--keep", exchange.keep, "Keeps the run's folder");
 }
 
@@ -40,7 +44,7 @@ void DescribeMeasurement(CLI::App& app, Options& options) {
     app.add_option("--curve", options.curve, "Measures with these numbers of feeds, service and floor")->delimiter(',');
     app.add_option("--plot", options.plot, "Draws the curve into this SVG file");
     app.add_option("--json", options.json, "Writes all figures to this file");
-    app.add_option("--markdown", options.markdown, "Writes the table of goals to this file");
+    app.add_option("--markdown", options.markdown, "Writes the table of goals, or that of the curve, to this file");
 }
 
 void DescribeScenarios(CLI::App& app, Options& options) {
@@ -50,12 +54,15 @@ void DescribeScenarios(CLI::App& app, Options& options) {
     app.add_option("--long", session.longSeconds, "Seconds of listening to the many")->capture_default_str();
     app.add_option("--changes", session.changes, "Changes of one feed")->capture_default_str();
     app.add_option("--rebuilds", session.rebuilds, "Rebuilds")->capture_default_str();
+    app.add_option("--silence-seconds", session.silenceSeconds, "Seconds of looking where silent blocks come from")
+        ->capture_default_str();
     app.add_option("--listeners", session.listeners, "Listeners on one feed")->capture_default_str();
     const std::pair<const char*, const char*> scenarios[] = {
-        {"all", "Every scenario, then the table of goals"},
+        {"all", "Every scenario below, then the table of goals"},
         {"cost", "Processor time of playing feeds beside the floor"},
         {"idle", "Processor time and reads of idle feeds"},
         {"realtime", "All feeds for a long time; build and end"},
+        {"silence", "Whether silent blocks are the music's own or a late disk's"},
         {"memory", "Memory of all feeds, with and without announcements"},
         {"volumes", "One transaction that changes half of all feeds"},
         {"change", "The time of one change"},

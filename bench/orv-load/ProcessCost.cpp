@@ -75,6 +75,7 @@ Counters ReadCounters(pid_t process) {
     const std::string io = ReadText(Folder(process) + "io");
     counters.readCalls = NumberBehind(io, "syscr:");
     counters.readBytes = NumberBehind(io, "rchar:");
+    counters.diskBytes = NumberBehind(io, "read_bytes:");
     // The fields behind the name, which may hold anything.
     const std::string stat = ReadText(Folder(process) + "stat");
     const std::size_t place = stat.rfind(')');

@@ -15,6 +15,7 @@ struct Counters {
     u64 switches = 0;    // times a thread was given a processor
     u64 readCalls = 0;   // system calls that read
     u64 readBytes = 0;   // what they gave, from the page cache or not
+    u64 diskBytes = 0;   // that had to be fetched from a disk for it
     i64 userTime = 0;    // processor time outside the kernel, nanoseconds in steps of 10 ms
     i64 systemTime = 0;  // and inside
 };

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <ctime>
 #include <sstream>
 
@@ -28,6 +29,7 @@ constexpr Shown kShown[] = {{"what", "/what"},
                             {"max ms", "/lateness/max_ms"},
                             {"missing", "/blocks_missing"},
                             {"silent", "/blocks_silent"},
+                            {"late disk", "/reads_late"},
                             {"drift", "/drift_blocks"},
                             {"KiB/feed", "/pss_kib_per_feed"},
                             {"kernel", "/kernel_kib_per_feed"},
@@ -49,6 +51,16 @@ std::string FirstLineWith(const std::string& text, const std::string& name) {
 }
 
 }  // namespace
+
+std::string Number(double value, int digits) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%.*f", digits, value);
+    return text;
+}
+
+double CostOf(const Json& row) {
+    return row["ms_per_feed_second"].get<double>();
+}
 
 std::string AlignTable(const std::vector<std::vector<std::string>>& lines) {
     std::vector<std::size_t> widths;
@@ -86,7 +98,8 @@ std::string DescribeLoss(const Json& row) {
         {"blocks_missing", "blocks are missing"},
         {"clients_torn", "clients hold half a block"},
         {"clients_ended", "clients saw the end"},
-        {"drift_blocks", "blocks behind the grid"},
+        {"drift_blocks", "blocks off the grid"},
+        {"reads_late", "reads came late from the disk"},
         {"counted_broken", "blocks do not follow the one before"},
         {"counted_unsettled", "clients never heard the count"}};
     std::string text;

@@ -8,6 +8,10 @@
 
 namespace OrvLoad {
 
+std::string Number(double value, int digits);
+// Of a measured row: milliseconds of processor time per feed and second.
+double CostOf(const Json& row);
+
 // Columns aligned, the first to the left, the others to the right.
 std::string AlignTable(const std::vector<std::vector<std::string>>& lines);
 // The measured rows; each has its "what".

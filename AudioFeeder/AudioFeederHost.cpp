@@ -19,6 +19,7 @@
 #include "ConfigClient/ObjectList.h"
 #include "Platform/Files.h"
 #include "Platform/NamedPipe.h"
+#include "ServiceProcess/ClientSettings.h"
 #include "ServiceProcess/CommandLine.h"
 #include "ServiceProcess/Log.h"
 #include "VX/VX.h"
@@ -55,6 +56,14 @@ void EnsureFolder(const std::string& path) {
         if (!Platform::PathExists(part)) Platform::CreateFolder(part, error);
         if (end == std::string::npos) return;
     }
+}
+
+void BoundClients(const ClientSettings& clients) {
+    if (!clients.stallSecondsAreValid) {
+        ORV_LOG(Warn) << "ClientStallSeconds is no number from 1 to " << ClientSettings::MostStallSeconds
+                      << ", no client is ended for taking nothing";
+    }
+    SetClientStallSeconds(clients.stallSeconds);
 }
 
 void PreCache(const char* table) {
@@ -129,6 +138,7 @@ void AudioFeederHost::StartUp(CommonSettings& settings) {
     LogWriter::Instance().OpenLog(appDataPath.c_str(), kLogSizeLimit);
     ORV_LOG(Info) << "Starting service";
     SetPreload(ReadPreloadSettings(settings));
+    BoundClients(ReadClientSettings(settings));
     ReportStatus(ServiceState::StartPending, 0, 0, 0);
     if (IsManaged()) watch_ = std::make_unique<ServiceWatch>();
 

@@ -19,8 +19,8 @@ public:
 
     // The connection's ID in the log.
     Platform::PipeId Id() const { return pipe_->Id(); }
-    // As IPipeInstance::Write. Blocks while the client's buffer is full.
-    i64 Write(const void* data, u64 size) { return pipe_->Write(data, size); }
+    // As IPipeInstance::Write. Blocks while the client's buffer is full, until the deadline at most.
+    i64 Write(const void* data, u64 size, u64 deadline) { return pipe_->Write(data, size, deadline); }
 
 protected:
     bool TestValid() const override { return pipe_ != nullptr; }
@@ -32,17 +32,25 @@ private:
 // A connected client with its staging block, through which whatever comes in leaves in blocks of BlockBytes.
 class ChannelConnection {
 public:
-    explicit ChannelConnection(MTObjects::THolder<BufferTransportImpl> transport) : transport_(std::move(transport)) {}
+    // A client from which nothing could be got rid of for `stallMilliseconds` counts as gone; 0: it is waited for.
+    explicit ChannelConnection(MTObjects::THolder<BufferTransportImpl> transport, u32 stallMilliseconds = 0);
 
     // Adds samples, and writes each block that becomes full. Blocks while the client takes nothing. False when the
     // client is gone.
     bool Send(const u8* samples, u64 count);
+    // Whether the client is gone because it has taken nothing for too long.
+    bool Stalled() const noexcept { return stalled_; }
     // The ID for the log; 0 without a valid pipe.
     Platform::PipeId Id() const { return transport_.IsValid() ? transport_->Id() : 0; }
 
 private:
     bool WriteStaged();
+    bool StillTakes(i64 taken);
+    u64 Deadline() const noexcept;
 
+    const u32 stallMilliseconds_;
+    bool stalled_ = false;
+    u64 lastTaken_;  // on the steady clock: when the pipe last had room, or the client came
     u8 data_[BlockBytes] = {};
     u64 fill_ = 0;  // samples that wait in data_, below BlockSamples
     MTObjects::THolder<BufferTransportImpl> transport_;

@@ -15,6 +15,7 @@ namespace {
 
 constexpr char kLogSource[] = "PipeManager";
 
+constexpr u32 kMillisecondsPerSecond = 1000;
 constexpr u32 kBlockMilliseconds = 125;
 // How far the first block after a rest is overdue: three blocks go out at once.
 constexpr u32 kHeadStartMilliseconds = 400;
@@ -146,7 +147,7 @@ bool IPipeFeed::ServiceListener() {
     MTObjects::THolder<BufferTransportImpl> client = listener_.Service();
     if (report_) report_->OnPipe(listener_.LastError());
     if (!client) return false;
-    connections_.emplace_back(client);
+    connections_.emplace_back(client, ClientStallSeconds() * kMillisecondsPerSecond);
     if (report_) report_->OnClients(connections_.size());
     ORV_LOG(Info) << logPrefix_ << "New pipe connected ID=" << PipeIdAsPointer(client->Id()) << ". "
                   << connections_.size() << " connection(s) active";
@@ -199,6 +200,10 @@ void IPipeFeed::SendToAll(const u8* block) {
             continue;
         }
         const Platform::PipeId id = connection->Id();
+        if (connection->Stalled()) {
+            ORV_LOG(Warn) << logPrefix_ << "Client has taken nothing for " << ClientStallSeconds()
+                          << " s and is disconnected. ID=" << PipeIdAsPointer(id);
+        }
         connection = connections_.erase(connection);
         ORV_LOG(Info) << logPrefix_ << "Connection closed. ID=" << static_cast<i32>(static_cast<u32>(id)) << ". "
                       << connections_.size() << " connection(s) active";

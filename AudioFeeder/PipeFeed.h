@@ -40,7 +40,8 @@ public:
     ~IPipeFeed() override;
 
     // Stops the pump, which closes all connections, and waits for its end: moments, but as long as a client that takes
-    // nothing holds a write. Repeatable. On the pump thread itself it throws std::system_error.
+    // nothing holds a write, which ClientStallSeconds() bounds. Repeatable. On the pump thread itself it throws
+    // std::system_error.
     void Shutdown();
     // Gives both lists their first content, at construction and again at a soft update, where the pump may be running.
     void Start();

@@ -35,6 +35,7 @@ RootPathValue& TheRootPath() {
 // One value each and nothing that hangs on them: a pump sees a change at its next block, in whatever order.
 std::atomic<i16> globalMaxLevel{0};
 std::atomic<bool> globalAutogain{false};
+std::atomic<u32> clientStallSeconds{0};
 std::atomic<i32> channelInstanceCounter{0};
 
 }  // namespace
@@ -81,6 +82,14 @@ void SetMaxVolume(i32 percent) {
 
 void SetAutogain(bool on) {
     globalAutogain.store(on, std::memory_order_relaxed);
+}
+
+void SetClientStallSeconds(u32 seconds) {
+    clientStallSeconds.store(seconds, std::memory_order_relaxed);
+}
+
+u32 ClientStallSeconds() noexcept {
+    return clientStallSeconds.load(std::memory_order_relaxed);
 }
 
 LevelSetting GlobalLevelSetting() noexcept {

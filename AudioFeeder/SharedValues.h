@@ -18,6 +18,9 @@ void SetRootPath(const char* path);
 // The global level limit, as a percentage that is clamped to 0 to 100.
 void SetMaxVolume(i32 percent);
 void SetAutogain(bool on);
+// For how long a client may take nothing until it is ended; 0, as at first: without end. Counts for clients that come
+// later; the service's thread, before there is a channel.
+void SetClientStallSeconds(u32 seconds);
 
 // --- read by the pumps; locks of moments at most --------------------------------------------------------------------
 
@@ -26,6 +29,7 @@ std::string RootPath();
 // The level limit and the autogain that hold for feeds without a limit of their own. The two are set one by one, so a
 // reader may meet a new limit beside an old autogain for one block.
 LevelSetting GlobalLevelSetting() noexcept;
+u32 ClientStallSeconds() noexcept;
 
 // The number of the next channel; the first one is 1.
 i32 NextInstanceId() noexcept;

@@ -22,9 +22,14 @@ public:
     virtual PipeId Id() const = 0;
     // Whether a client has come. Never blocks. On Failed, `error` is set and the instance is of no further use.
     virtual ConnectState PollConnect(SystemError& error) = 0;
-    // Sends up to `size` bytes to the connected client and blocks until at least one byte has been taken or the client
-    // is gone. The count taken, or -1 when the client is gone. A client may lag by two blocks of 2000 bytes.
-    virtual i64 Write(const void* data, u64 size) = 0;
+    // A deadline that never comes.
+    static constexpr u64 NoDeadline = ~u64{0};
+    // Sends up to `size` bytes to the connected client and blocks until at least one byte has been taken, the client is
+    // gone, or the steady clock stands at `deadline` milliseconds (see Clock.h); one that has passed still tries. The
+    // count taken, 0 when the deadline came first, or -1 when the client is gone. A client may lag by two blocks of
+    // 2000 bytes.
+    virtual i64 Write(const void* data, u64 size, u64 deadline) = 0;
+    i64 Write(const void* data, u64 size) { return Write(data, size, NoDeadline); }
     // The same without waiting: sends what the client can take now. The count taken, 0 when that is nothing, or -1 when
     // the client is gone. With a `size` of 0 it only tells whether the client is gone.
     virtual i64 TryWrite(const void* data, u64 size) = 0;

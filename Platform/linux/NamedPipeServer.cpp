@@ -5,6 +5,7 @@
 #include <optional>
 #include <utility>
 
+#include "Platform/Clock.h"
 #include "Platform/NamedPipe.h"
 #include "Platform/Thread.h"
 #include "Platform/ThreadWait.h"
@@ -28,7 +29,7 @@ public:
 
     PipeId Id() const override { return id_; }
     ConnectState PollConnect(SystemError& error) override;
-    i64 Write(const void* data, u64 size) override;
+    i64 Write(const void* data, u64 size, u64 deadline) override;
     i64 TryWrite(const void* data, u64 size) override;
 
 private:
@@ -67,11 +68,12 @@ ConnectState PipeInstance::PollConnect(SystemError& error) {
     return ConnectState::Connected;
 }
 
-i64 PipeInstance::Write(const void* data, u64 size) {
+i64 PipeInstance::Write(const void* data, u64 size, u64 deadline) {
     std::optional<ThreadWaitScope> waiting;
     for (;;) {
         const i64 taken = TryWrite(data, size);
         if (taken != 0 || size == 0) return taken;
+        if (deadline != NoDeadline && SteadyMilliseconds() >= deadline) return 0;
         if (!waiting) waiting.emplace(ThreadWait::Client);
         SleepMilliseconds(kFullRetryMilliseconds);
     }

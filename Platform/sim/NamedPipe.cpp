@@ -55,8 +55,8 @@ public:
         return state;
     }
 
-    i64 Write(const void* data, u64 size) override {
-        const i64 taken = WaitAndPut(data, size);
+    i64 Write(const void* data, u64 size, u64 deadline) override {
+        const i64 taken = WaitAndPut(data, size, deadline);
         if (table_->observer != nullptr) {
             table_->observer->OnWrite(server_->name, id_, static_cast<const u8*>(data), taken);
         }
@@ -87,17 +87,19 @@ private:
         return ConnectState::Connected;
     }
 
-    i64 WaitAndPut(const void* data, u64 size) {
+    i64 WaitAndPut(const void* data, u64 size, u64 deadline) {
         ++table_->counters.writes;
         Sim::SchedulingPoint();
         if (connection_ == nullptr || connection_->clientGone) return -1;
         u64 count = std::min<u64>(size, Sim::SimPipes::Capacity);
         if (table_->writeLimit != 0) count = std::min(count, table_->writeLimit);
         std::optional<ThreadWaitScope> waiting;
+        const u64 end = deadline == NoDeadline ? Sim::kNever : deadline * Sim::kNanosecondsPerMillisecond;
         while (connection_->Room() < count) {
+            if (end != Sim::kNever && Sim::Clock().SteadyNanoseconds() >= end) return 0;
             if (!waiting) waiting.emplace(ThreadWait::Client);
             ++table_->counters.writersBlocked;
-            Sim::BlockOrThrow(connection_->writers, Sim::kNever, {"the client of a full pipe"});
+            Sim::BlockOrThrow(connection_->writers, end, {"the client of a full pipe"});
             --table_->counters.writersBlocked;
             if (connection_->clientGone) return -1;
         }

@@ -21,7 +21,7 @@ public:
     virtual void OnInstance(const std::string& name, PipeId id) = 0;
     // A look for a client, with the client's id if there is one, otherwise 0.
     virtual void OnPoll(const std::string& name, PipeId id, ConnectState state, PipeId client) = 0;
-    // A write that has come back: the bytes taken, or -1.
+    // A write that has come back: the bytes taken, 0 when its time was over, or -1.
     virtual void OnWrite(const std::string& name, PipeId id, const u8* data, i64 taken) = 0;
 };
 

@@ -8,6 +8,7 @@
 #include "Platform/Diagnosis.h"
 #include "Platform/Files.h"
 #include "Platform/Path.h"
+#include "ServiceProcess/ClientSettings.h"
 #include "ServiceProcess/CommonSettings.h"
 #include "ServiceProcess/PreloadSettings.h"
 #include "Tools/orvctl/Report.h"
@@ -101,6 +102,16 @@ void CheckPreload(const std::string& file) {
     }
 }
 
+void CheckClients(const std::string& file) {
+    CommonSettings settings;
+    settings.Load(file.c_str());
+    if (ReadClientSettings(settings).stallSecondsAreValid) return;
+    throw ToolError(ExitCode::BadCommandLine, "ClientStallSeconds under [General] in " + file +
+                                                  " is no number of seconds; write one from 1 to " +
+                                                  std::to_string(ClientSettings::MostStallSeconds) +
+                                                  ", or take the line out to wait for clients without end");
+}
+
 // A path on which the service could not tell its state.
 void CheckStatusPath(const std::string& file) {
     CommonSettings settings;
@@ -169,6 +180,7 @@ std::string CheckSettings(const std::string& path) {
     if (file.empty()) NoFile();
     CheckComplete(ReadSettings(file), file);
     CheckPreload(file);
+    CheckClients(file);
     CheckStatusPath(file);
     return file;
 }

@@ -39,10 +39,12 @@ void CheckFeedState(const Json& feed, Ailments& ailments) {
                      "whatever else serves that name; it is tried again at once");
     }
     if (const double waits = NumberOf(feed, "write_milliseconds"); waits > kStalledMilliseconds) {
-        ailments.Add(Severity::Fault,
-                     name + " waits for a client that has taken nothing for " +
-                         std::to_string(static_cast<u64>(waits / 1000)) + " s, and so do its other clients",
-                     "end or mend that program; `ss -xp` shows who is connected to the pipe");
+        ailments.Add(
+            Severity::Fault,
+            name + " waits for a client that has taken nothing for " + std::to_string(static_cast<u64>(waits / 1000)) +
+                " s, and so do its other clients",
+            "end or mend that program; `ss -xp` shows who is connected to the pipe. With ClientStallSeconds=30 "
+            "under [General] the service ends such clients by itself");
     }
     if (feed.contains("bad_content") && feed["bad_content"].is_object()) {
         const Json& bad = feed["bad_content"];

@@ -425,6 +425,30 @@ TEST_F(HostTest, TheFilesToPreloadAreTakenFromTheSettingsAndLoadedBeforeTheFirst
     Orv::MemoryFileCache::Instance().Clear();
 }
 
+TEST_F(HostTest, TheTimeForClientsThatTakeNothingIsTakenFromTheSettingsOnceAtTheStart) {
+    sim_.Files().AddFile(kSettings, std::string(kNoConnection) + "[General]\nClientStallSeconds=30\n");
+    Serve([&] {
+        Sleep(1'000);
+        EXPECT_EQ(Orv::ClientStallSeconds(), 30U);
+        sim_.Files().AddFile(kSettings, std::string(kNoConnection) + "[General]\nClientStallSeconds=40\n");
+        Sleep(15'000);
+        EXPECT_EQ(Orv::ClientStallSeconds(), 30U) << "reading the connection's keys again changes nothing";
+        Stop();
+    });
+    EXPECT_EQ(Count("ClientStallSeconds"), 0U);
+    Orv::SetClientStallSeconds(0);
+}
+
+TEST_F(HostTest, ATimeForClientsThatIsNoNumberIsToldAndCountsAsNone) {
+    sim_.Files().AddFile(kSettings, std::string(kNoConnection) + "[General]\nClientStallSeconds=0\n");
+    Serve([&] {
+        Sleep(1'000);
+        EXPECT_EQ(Orv::ClientStallSeconds(), 0U);
+        Stop();
+    });
+    EXPECT_EQ(Count("ClientStallSeconds is no number from 1 to 86400, no client is ended for taking nothing"), 1U);
+}
+
 // A link whose call for the rows of one table throws.
 class BrokenConnector : public VX::ILinkConnector {
 public:

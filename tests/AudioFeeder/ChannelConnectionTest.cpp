@@ -22,7 +22,8 @@ using Orv::ChannelConnection;
 // What was written, shared with the test, since the connection owns its pipe.
 struct Wire {
     std::string bytes;
-    std::vector<u64> sizes;   // of each write
+    std::vector<u64> sizes;  // of each write
+    std::vector<u64> deadlines;
     std::deque<i64> answers;  // scripted results; when they are used up, all is taken
     bool closed = false;
 };
@@ -33,7 +34,8 @@ public:
     ~FakePipe() override { wire_.closed = true; }
     Platform::PipeId Id() const override { return 0x1A2B; }
     Platform::ConnectState PollConnect(Platform::SystemError&) override { return Platform::ConnectState::Connected; }
-    i64 Write(const void* data, u64 size) override {
+    i64 Write(const void* data, u64 size, u64 deadline) override {
+        wire_.deadlines.push_back(deadline);
         wire_.sizes.push_back(size);
         i64 answer = static_cast<i64>(size);
         if (!wire_.answers.empty()) {
@@ -70,6 +72,7 @@ TEST_F(ChannelConnectionTest, ABlockOf1000SamplesGoesOutWholeInOneWriteOf2000Byt
     EXPECT_TRUE(Send(connection, second));
     EXPECT_EQ(wire_.sizes, (std::vector<u64>{2000, 2000}));
     EXPECT_EQ(wire_.bytes, RawBytes(first) + RawBytes(second));
+    EXPECT_EQ(wire_.deadlines, std::vector<u64>(2, Platform::IPipeInstance::NoDeadline));
 }
 
 TEST_F(ChannelConnectionTest, BlocksOfOtherSizesAreStagedUntilABlockIsFull) {

@@ -294,6 +294,18 @@ TEST_F(Orvctl, SettingsCheckLooksAtTheFilesToPreload) {
     ExpectFailure({"settings", "check", file}, 2, "names /no/such/folder, which is not there");
 }
 
+TEST_F(Orvctl, SettingsCheckLooksAtTheTimeForClientsThatTakeNothing) {
+    const std::string file = folder_ / "clients.ini";
+    const auto write = [&](const std::string& seconds) {
+        WriteFileText(file, "[General]\nClientStallSeconds=" + seconds + "\n" + OrvTest::ReadFileText(settings_));
+    };
+    write("30");
+    EXPECT_THAT(Must({"settings", "check", file}), HasSubstr("has all that a connection needs"));
+    write("never");
+    ExpectFailure({"settings", "check", file}, 2,
+                  "ClientStallSeconds under [General] in " + file + " is no number of seconds");
+}
+
 TEST_F(Orvctl, SettingsCheckLooksAtTheSocketOfTheState) {
     const std::string file = folder_ / "state.ini";
     const auto write = [&](const std::string& path) {

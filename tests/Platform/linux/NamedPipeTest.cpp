@@ -146,6 +146,22 @@ TEST_F(NamedPipeTest, AClientMayLagByExactlyTwoBlocks) {
     EXPECT_EQ(ReadAll(*pipe.client, 2 * kBlock).size(), 2 * kBlock);
 }
 
+TEST_F(NamedPipeTest, AWriteWithADeadlineGivesUpThenAndNotBefore) {
+    const auto endpoint = CreatePipeEndpoint("feed");
+    Connection pipe = Connect(*endpoint, "feed");
+    const std::string block(kBlock, 'x');
+    const u64 start = SteadyMilliseconds();
+    ASSERT_EQ(pipe.server->Write(block.data(), kBlock, start), static_cast<i64>(kBlock));
+    ASSERT_EQ(pipe.server->Write(block.data(), kBlock, start), static_cast<i64>(kBlock));
+    EXPECT_EQ(pipe.server->Write(block.data(), kBlock, start + 60), 0);
+    EXPECT_GE(SteadyMilliseconds(), start + 60);
+    EXPECT_EQ(pipe.server->Write(block.data(), kBlock, start), 0);
+    EXPECT_EQ(ReadAll(*pipe.client, kBlock).size(), kBlock);
+    EXPECT_EQ(pipe.server->Write(block.data(), kBlock, SteadyMilliseconds() + 60'000), static_cast<i64>(kBlock));
+    pipe.client.reset();
+    EXPECT_EQ(pipe.server->Write(block.data(), kBlock, start), -1);
+}
+
 TEST_F(NamedPipeTest, AWriteThatWaitsEndsWhenItsClientGoes) {
     const auto endpoint = CreatePipeEndpoint("feed");
     Connection pipe = Connect(*endpoint, "feed");

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "Platform/Clock.h"
 #include "Platform/Thread.h"
 #include "Platform/sim/Simulation.h"
 
@@ -139,6 +140,33 @@ TEST(NamedPipeTest, AClientMayLagByTwoBlocksAndTheThirdWaitsUntilItReads) {
     });
     EXPECT_EQ(sim.Pipes().Counters().bytesWritten, 6000u);
     EXPECT_EQ(sim.Pipes().Counters().writes, 3u);
+}
+
+TEST(NamedPipeTest, AWriteWithADeadlineGivesUpThenAndNotBefore) {
+    Simulation sim;
+    sim.Run([&] {
+        Pair pair;
+        const std::string block(kBlock, 'x');
+        const u64 start = Platform::SteadyMilliseconds();
+        EXPECT_EQ(pair.instance->Write(block.data(), kBlock, start), 2000) << "one that has passed still tries";
+        EXPECT_EQ(pair.instance->Write(block.data(), kBlock, start + 500), 2000);
+        EXPECT_EQ(pair.instance->Write(block.data(), kBlock, start + 500), 0);
+        EXPECT_EQ(Platform::SteadyMilliseconds(), start + 500);
+        EXPECT_EQ(pair.instance->Write(block.data(), kBlock, start + 500), 0);
+        EXPECT_EQ(Platform::SteadyMilliseconds(), start + 500);
+        Thread reader("reader", [&] {
+            Platform::SleepMilliseconds(100);
+            EXPECT_EQ(Read(*pair.client, kBlock).size(), kBlock);
+            Platform::SleepMilliseconds(100);
+            pair.client.reset();
+        });
+        EXPECT_EQ(pair.instance->Write(block.data(), kBlock, start + 1000), 2000);
+        EXPECT_EQ(Platform::SteadyMilliseconds(), start + 600);
+        EXPECT_EQ(pair.instance->Write(block.data(), kBlock, start + 1000), -1);
+        EXPECT_EQ(Platform::SteadyMilliseconds(), start + 700);
+        reader.Join();
+    });
+    EXPECT_EQ(sim.Pipes().Counters().writersBlocked, 0u);
 }
 
 TEST(NamedPipeTest, AClientThatLeavesEndsABlockedWrite) {

@@ -1,0 +1,96 @@
+// Many feeds of an exchange, each with music of its own, and who listens to them: for tests that break one thing and
+// compare what all the others hear with the model.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tests/e2e/Exchange.h"
+
+namespace OrvTest {
+
+using Json = nlohmann::json;
+
+// Draws from a seed that is another one at each run, and printed; ORV_FAULT_SEED repeats one.
+class Chance {
+public:
+    Chance();
+    int Below(int count) { return static_cast<int>(engine_() % static_cast<unsigned>(count)); }
+    int Between(int least, int most) { return least + Below(most - least + 1); }
+    void SleepUpTo(int milliseconds);
+
+private:
+    std::mt19937_64 engine_;
+};
+
+// The feeds "f0", "f1", ..., sorted, each on a folder with a headerless file of its own. Made before the service
+// starts.
+class Feeds {
+public:
+    Feeds(const Exchange& exchange, int count);
+
+    int Count() const { return static_cast<int>(music_.size()); }
+    static std::string Name(int feed) { return "f" + std::to_string(feed); }
+    // A listener to each of them, which connects at once.
+    std::vector<std::unique_ptr<Client>> Listen() const;
+    // Empty when a client that was there from the content's first block on has heard what the model says.
+    std::string Compare(int feed, const std::vector<Model::Block>& heard, const std::vector<LogEntry>& log) const;
+    // The same for each listener, by Listen(); `least` blocks are asked of each.
+    void ExpectAllExact(const std::vector<std::unique_ptr<Client>>& listeners, std::size_t least) const;
+
+private:
+    const Exchange& exchange_;
+    std::vector<Model::Bytes> music_;
+};
+
+// Whether each of them gets so many blocks.
+bool WaitForAll(const std::vector<std::unique_ptr<Client>>& listeners, std::size_t blocks, int milliseconds = 60000);
+
+// A client in a process of its own, which writes all it gets into a file: to be stopped and killed.
+class ReaderProcess {
+public:
+    // Connects to a pipe that is there, or throws.
+    ReaderProcess(const Exchange& exchange, const std::string& pipe, const std::string& file);
+    ~ReaderProcess() { Kill(); }
+    ReaderProcess(const ReaderProcess&) = delete;
+    ReaderProcess& operator=(const ReaderProcess&) = delete;
+
+    void Signal(int number) const;
+    void Kill();
+    std::size_t Size() const;
+    bool WaitForBlocks(std::size_t count, int milliseconds = 30000) const;
+    std::vector<Model::Block> Blocks() const;
+
+private:
+    std::string file_;
+    pid_t pid_ = -1;
+};
+
+// The service's state, for settings with StatusPath=StateSocket(): an object, or something else when nobody answers.
+std::string StateSocket(const Exchange& exchange);
+Json AskState(const Exchange& exchange);
+bool WaitForState(const Exchange& exchange, const std::function<bool(const Json&)>& condition,
+                  int milliseconds = 30000);
+
+// What a process takes of the system.
+struct Footprint {
+    long threads = 0;
+    long descriptors = 0;
+    long privateDirtyKilobytes = 0;
+};
+Footprint FootprintOf(pid_t process);
+
+// Connected to a pipe without waiting; -1 and errno when that fails.
+int TryConnect(const std::string& path);
+
+std::vector<Model::Block> ToBlocks(const std::string& bytes);
+
+// The command lines of the processes that name `text`, but for this one.
+std::vector<std::string> ProcessesNaming(const std::string& text);
+
+}  // namespace OrvTest

@@ -11,6 +11,15 @@ namespace {
 
 constexpr u64 kLongestForeignText = 100;
 
+// On standard error. What a full disk has cut off ends before the next line begins, since it cannot be taken back.
+void WriteToStandardError(const std::string& line) {
+    static bool cutOff = false;  // under the log's mutex
+    const std::string text = (cutOff ? "\n" : "") + line + "\n";
+    const u64 taken = std::fwrite(text.data(), 1, text.size(), stderr);
+    std::fflush(stderr);
+    if (taken != 0) cutOff = taken != text.size() && text[taken - 1] != '\n';
+}
+
 std::string WithoutControls(std::string_view text) {
     std::string clean(text);
     for (u64 i = 0; i < clean.size(); ++i) {
@@ -22,11 +31,7 @@ std::string WithoutControls(std::string_view text) {
 
 }  // namespace
 
-ServiceLog::ServiceLog()
-    : sink_([](const std::string& line) {
-          std::fwrite((line + "\n").data(), 1, line.size() + 1, stderr);
-          std::fflush(stderr);
-      }) {}
+ServiceLog::ServiceLog() : sink_(&WriteToStandardError) {}
 
 ServiceLog::ServiceLog(Sink sink) : sink_(std::move(sink)) {}
 

@@ -28,10 +28,12 @@ std::unique_ptr<IReadFile> OpenReadFile(const std::string& path, SystemError& er
 class IWriteFile {
 public:
     virtual ~IWriteFile() = default;
-    // Appends to the file. False when the system took less; the rest is dropped.
+    // Appends to the file. False when the system took less; the rest is dropped, what it took stays.
     virtual bool Write(const void* data, u64 size) = 0;
     // Bytes written so far.
     virtual u64 Position() const = 0;
+    // Cuts off what was written behind `position`, which is at most Position(); the next write goes on there.
+    virtual void TakeBack(u64 position) = 0;
 };
 
 // Creates a file, or empties an existing regular one (a link is followed, anything else refused). The path is taken by

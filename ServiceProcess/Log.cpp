@@ -74,6 +74,7 @@ bool LogWriter::PrepareFile() {
 }
 
 void LogWriter::WriteLinePrefix(const char* levelWord, const char* sourceFile, u32 sourceLine) {
+    lineBegun_ = false;
     if (!PrepareFile()) {
         stream_.setstate(std::ios_base::failbit);  // the pieces of the message are not even formatted
         return;
@@ -87,16 +88,18 @@ void LogWriter::WriteLinePrefix(const char* levelWord, const char* sourceFile, u
 
     const Platform::CalendarTime now = Platform::LocalTime();
     if (now.day != lastDay_) {
-        lastDay_ = now.day;
         stream_ << LogDateLine(now).text << std::flush;
+        if (!stream_) return;  // a full disk: no line stands in front of its date
+        lastDay_ = now.day;
     }
+    lineBegun_ = true;
     stream_ << LogLineStart(now, Platform::CurrentThreadId()).text << levelWord << '|';
     if (sourceFile != nullptr) stream_ << sourceFile << '(' << sourceLine << ')';
     stream_ << ": ";
 }
 
 void LogWriter::EndLine(bool forceFlush) {
-    if (!buffer_->IsOpen()) return;
+    if (!lineBegun_ || !buffer_->IsOpen()) return;
     stream_.clear();
     stream_.put('\n');
     if (forceFlush || autoFlush_) stream_.flush();

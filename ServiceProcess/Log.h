@@ -87,7 +87,8 @@ private:
     std::string currentPath_ ORV_GUARDED_BY(lock_);
     std::ostream stream_ ORV_GUARDED_BY(lock_);  // on buffer_, which the lock guards with it
     u64 sizeLimit_ ORV_GUARDED_BY(lock_) = 0;
-    u32 lastDay_ ORV_GUARDED_BY(lock_) = 0;  // of the last "#Date: " line in this file, 0 for none
+    u32 lastDay_ ORV_GUARDED_BY(lock_) = 0;         // of the last "#Date: " line in this file, 0 for none
+    bool lineBegun_ ORV_GUARDED_BY(lock_) = false;  // its prefix is written, so its end is too
     const bool autoFlush_ = true;
 };
 

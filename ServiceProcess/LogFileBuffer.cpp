@@ -6,6 +6,8 @@ namespace Orv {
 
 void LogFileBuffer::Open(std::unique_ptr<Platform::IWriteFile> file) {
     file_ = std::move(file);
+    lineStart_ = 0;
+    lost_ = false;
     setp(bytes_.data(), bytes_.data() + bytes_.size());
 }
 
@@ -27,14 +29,19 @@ LogFileBuffer::int_type LogFileBuffer::overflow(int_type character) {
 }
 
 int LogFileBuffer::sync() {
+    if (!IsOpen()) return 0;
     HandOver();
-    return 0;
+    lineStart_ = file_->Position();
+    return std::exchange(lost_, false) ? -1 : 0;
 }
 
-// A full disk must not silence the log for good, so a failed write is not passed on: the next line tries again.
 void LogFileBuffer::HandOver() {
     if (!IsOpen()) return;
-    if (pptr() != pbase()) file_->Write(pbase(), static_cast<u64>(pptr() - pbase()));
+    const u64 size = static_cast<u64>(pptr() - pbase());
+    if (size != 0 && !lost_ && !file_->Write(pbase(), size)) {
+        file_->TakeBack(lineStart_);
+        lost_ = true;
+    }
     setp(bytes_.data(), bytes_.data() + bytes_.size());
 }
 

@@ -9,7 +9,9 @@
 
 namespace Orv {
 
-// Takes what is written while no file is open, or what the disk does not take, and loses it.
+// Takes what is written while no file is open, and loses it. A line ends with a flush; one that the disk does not take
+// to its end is lost whole, so that each line of the file is one that was written. Such a flush fails, and what is
+// written after it is tried again.
 class LogFileBuffer : public std::streambuf {
 public:
     void Open(std::unique_ptr<Platform::IWriteFile> file);
@@ -27,6 +29,8 @@ private:
     void HandOver();
 
     std::unique_ptr<Platform::IWriteFile> file_;
+    u64 lineStart_ = 0;  // the position behind the last whole line
+    bool lost_ = false;  // this line could not be written
     std::array<char, 32768> bytes_;
 };
 

@@ -52,8 +52,8 @@ public:
         const ThreadWaitScope waiting(ThreadWait::Disk);
         u64 done = 0;
         while (done < size) {
-            const ssize_t taken =
-                ::write(file_.Get(), static_cast<const u8*>(data) + done, std::min(size - done, kMostPerCall));
+            const ssize_t taken = ::pwrite(file_.Get(), static_cast<const u8*>(data) + done,
+                                           std::min(size - done, kMostPerCall), static_cast<off_t>(position_ + done));
             if (taken < 0 && errno == EINTR) continue;
             if (taken <= 0) break;
             done += static_cast<u64>(taken);
@@ -63,6 +63,14 @@ public:
     }
 
     u64 Position() const override { return position_; }
+
+    void TakeBack(u64 position) override {
+        const ThreadWaitScope waiting(ThreadWait::Disk);
+        position_ = position;
+        // Should it fail, the next write covers what is left there.
+        while (::ftruncate(file_.Get(), static_cast<off_t>(position)) != 0 && errno == EINTR) {
+        }
+    }
 
 private:
     const Descriptor file_;

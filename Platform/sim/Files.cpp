@@ -66,6 +66,14 @@ public:
 
     u64 Position() const override { return position_; }
 
+    void TakeBack(u64 position) override {
+        Sim::SchedulingPoint();
+        Sim::SimFiles::Impl& world = *file_->world;
+        if (world.freeSpace != Sim::SimFiles::End) world.freeSpace += position_ - position;
+        file_->node->bytes.resize(position);
+        position_ = position;
+    }
+
 private:
     const std::shared_ptr<OpenFile> file_;
     u64 position_ = 0;

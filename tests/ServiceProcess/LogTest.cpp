@@ -247,6 +247,38 @@ TEST_F(LogTest, AFullDiskLosesLinesOnlyWhileItIsFull) {
     EXPECT_TRUE(Added([&] { ORV_LOG_TO(writer_, Error) << "kept"; }).ends_with("): kept\n"));
 }
 
+// A disk that fills up in the middle of a line once left its beginning there, with the next line behind it.
+TEST_F(LogTest, ALineForWhichThereIsNoRoomLeavesNothingInTheFile) {
+    Open();
+    for (const u64 room : {1, 12, 30, 60}) {
+        Files().SetFreeSpace(room);
+        EXPECT_EQ(Added([&] { ORV_LOG_TO(writer_, Error) << std::string(100, 'x'); }), "") << room;
+    }
+    // Longer than the buffer, so that it is handed over in pieces.
+    Files().SetFreeSpace(50'000);
+    EXPECT_EQ(Added([&] { ORV_LOG_TO(writer_, Error) << std::string(70'000, 'x'); }), "");
+    EXPECT_TRUE(Added([&] { ORV_LOG_TO(writer_, Error) << "kept"; }).ends_with("): kept\n"));
+    Files().SetFreeSpace(1u << 20);
+    const std::string added = Added([&] { ORV_LOG_TO(writer_, Error) << "kept too"; });
+    EXPECT_TRUE(added.starts_with(At("10:20:30.000") + "Error|PipeManager(")) << added;
+    EXPECT_TRUE(added.ends_with("): kept too\n")) << added;
+}
+
+TEST_F(LogTest, NoLineStandsInFrontOfADateForWhichTheDiskHadNoRoom) {
+    Files().SetFreeSpace(0);
+    Open();
+    ORV_LOG_TO(writer_, Error) << "lost";
+    EXPECT_EQ(Files().ReadBack(kFile), "");
+    Files().SetFreeSpace(10);
+    ORV_LOG_TO(writer_, Error) << "lost";
+    EXPECT_EQ(Files().ReadBack(kFile), "");
+    Files().SetFreeSpace(1u << 20);
+    ORV_LOG_TO(writer_, Error) << "kept";
+    const std::string text = Files().ReadBack(kFile);
+    EXPECT_TRUE(text.starts_with("#Date: 2024/03/05\n" + At("10:20:30.000") + "Error|PipeManager(")) << text;
+    EXPECT_TRUE(text.ends_with("): kept\n")) << text;
+}
+
 // Two threads whose messages are long enough to be interrupted: the lock is held from the prefix to the line feed.
 TEST_F(LogTest, LinesOfDifferentThreadsNeverInterleave) {
     Platform::Sim::Options options;

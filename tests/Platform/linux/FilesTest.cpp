@@ -139,7 +139,7 @@ TEST_F(FilesTest, ALinkToAFileIsFollowedForWriting) {
 }
 
 // Method: a limit on the size of files stands for a full disk; the child's own exit code tells.
-TEST_F(FilesTest, AWriteThatTheSystemDoesNotTakeIsToldAndCounted) {
+TEST_F(FilesTest, AWriteThatTheSystemDoesNotTakeIsToldAndCountedAndCanBeTakenBack) {
     const auto writeTooMuch = [this] {
         ::signal(SIGXFSZ, SIG_IGN);
         const rlimit limit{6, 6};
@@ -148,7 +148,10 @@ TEST_F(FilesTest, AWriteThatTheSystemDoesNotTakeIsToldAndCounted) {
         const auto file = CreateWriteFile(folder_ / "a", error);
         const bool first = file->Write("1234", 4);
         const bool second = file->Write("5678", 4);
-        ::_exit(first && !second && file->Position() == 6 ? 0 : 1);
+        const bool counted = file->Position() == 6;
+        file->TakeBack(4);
+        const bool third = file->Write("56", 2);
+        ::_exit(first && !second && counted && third && ReadFileText(folder_ / "a") == "123456" ? 0 : 1);
     };
     EXPECT_EXIT(writeTooMuch(), testing::ExitedWithCode(0), "");
 }

@@ -336,4 +336,18 @@ TEST(FilesTest, AHookGetsWhatWritesTookInTheirOrder) {
     EXPECT_EQ(told, (std::vector<std::string>{"a.log one", "a.log tw"}));
 }
 
+TEST(FilesTest, WhatIsTakenBackIsRoomAgain) {
+    Simulation sim;
+    SystemError error = 0;
+    const auto file = Platform::CreateWriteFile("/tmp/a.log", error);
+    ASSERT_NE(file, nullptr);
+    sim.Files().SetFreeSpace(5);
+    EXPECT_TRUE(file->Write("one", 3));
+    EXPECT_FALSE(file->Write("two", 3));
+    file->TakeBack(3);
+    EXPECT_EQ(sim.Files().ReadBack("/tmp/a.log"), "one");
+    EXPECT_TRUE(file->Write("2!", 2));
+    EXPECT_EQ(sim.Files().ReadBack("/tmp/a.log"), "one2!");
+}
+
 }  // namespace

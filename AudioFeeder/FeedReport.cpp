@@ -37,6 +37,11 @@ i16 PeakOf(const u8* block) noexcept {
     return static_cast<i16>(std::max<i32>(highest, std::min(-static_cast<i32>(lowest), 32767)));
 }
 
+std::string ReadFailure(Platform::SystemError error) {
+    const std::string text = Platform::SystemErrorText(error);
+    return "it ended where it could not be read: " + (text.empty() ? "error " + std::to_string(error) : text);
+}
+
 }  // namespace
 
 void WantFeedReports(bool wanted) {
@@ -95,6 +100,20 @@ void FeedReport::CheckContent(const std::string& name) {
     std::string reason = WhyNotPlayable(name);
     if (reason.empty()) return;
     Guard guard(mutex_);
+    SetBad(name, std::move(reason));
+}
+
+void FeedReport::OnMusicBroken(Platform::SystemError error) {
+    Guard guard(mutex_);
+    SetBad(music_, ReadFailure(error));
+}
+
+void FeedReport::OnAnnouncementBroken(Platform::SystemError error) {
+    Guard guard(mutex_);
+    SetBad(announcement_, ReadFailure(error));
+}
+
+void FeedReport::SetBad(const std::string& name, std::string reason) {
     badContent_ = name;
     badReason_ = std::move(reason);
     badSince_ = Platform::SteadyMilliseconds();

@@ -27,7 +27,7 @@ struct FeedFigures {
     u64 announcements = 0;     // begun
     std::string music;         // the content name that the main list was last given
     std::string announcement;  // the file of the announcement that plays; empty in a pause
-    std::string badContent;    // the last one that could not be played; with `badReason` empty: none
+    std::string badContent;    // the last one that could not be played, or not to its end; `badReason` empty: none
     std::string badReason;
     u64 badSeconds = 0;                   // since then
     Platform::SystemError pipeError = 0;  // why the pipe cannot be served; 0 when it is
@@ -55,11 +55,15 @@ public:
     void OnMusic(const std::string& name);
     void OnAnnouncement(const std::string& file);
     void OnPause();
+    // The music, or the announcement, ended where a read failed.
+    void OnMusicBroken(Platform::SystemError error);
+    void OnAnnouncementBroken(Platform::SystemError error);
     // --- the constructor of the channel ---
     void OnThread(bool started) noexcept { hasThread_.store(started, std::memory_order_relaxed); }
 
 private:
     void CheckContent(const std::string& name);
+    void SetBad(const std::string& name, std::string reason) ORV_REQUIRES(mutex_);
 
     const FeedRow row_;
     const i32 instanceId_;

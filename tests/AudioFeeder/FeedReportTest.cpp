@@ -114,6 +114,45 @@ TEST_F(FeedReportTest, AFileThatDoesNotPlayIsNamedWithItsReasonAndItsAge) {
     });
 }
 
+// Every look at the file says that it is well; only the reading finds the spot.
+TEST_F(FeedReportTest, AFileWithABadSpotIsNamedOnceThatHasEndedIt) {
+    AddMusic();
+    world_.Files().AddFile("/root/Playlist/x/0.wav", WavBytes(Constant(20'000, 1000)));
+    world_.Files().FailReads("/root/Playlist/x/0.wav", EIO, 20'000, 20'000);
+    world_.Run([&] {
+        FeedHolder feed(new IPipeFeed(MakeFeed({{"feedtype", 3}})));
+        Client client("p");
+        client.ReadBlocks(4);
+        EXPECT_EQ(feed->Report()->Read().badReason, "") << "its beginning plays";
+        client.ReadBlocks(12);
+        const FeedFigures figures = feed->Report()->Read();
+        EXPECT_EQ(figures.badContent, "/root/Playlist/x/0.wav");
+        EXPECT_EQ(figures.badReason, "it ended where it could not be read: Input/output error");
+        EXPECT_EQ(figures.music, "/root/Playlist/x/a.wav") << "the next one plays";
+    });
+}
+
+TEST_F(FeedReportTest, AnAnnouncementWithABadSpotIsNamedOnceThatHasEndedIt) {
+    AddMusic();
+    world_.Files().AddFile("/hello.wav", WavBytes(Constant(30'000, 2000)));
+    world_.Files().FailReads("/hello.wav", EIO, 20'000, 20'000);
+    world_.Run([&] {
+        ScriptedDraws draws;
+        draws.Then(0, 1);
+        draws.Then(0, 2);
+        draws.Then(0, 1);
+        Orv::AnnouncementTable::Instance().Store(MakeAnnouncement("hello", 0, "/hello.wav"));
+        FeedHolder feed(new IPipeFeed(MakeFeed(
+            {{"feedtype", 3}, {"playannouncements", 1}, {"minannouncementpause", 1}, {"maxannouncementpause", 1}})));
+        Client client("p");
+        client.ReadBlocks(28);
+        const FeedFigures figures = feed->Report()->Read();
+        EXPECT_EQ(figures.badContent, "/hello.wav");
+        EXPECT_EQ(figures.badReason, "it ended where it could not be read: Input/output error");
+        Orv::AnnouncementTable::Instance().Clear();
+    });
+}
+
 TEST_F(FeedReportTest, AnnouncementsAreCountedAndNamedWhileTheyPlay) {
     AddMusic();
     world_.Files().AddFile("/hello.wav", WavBytes(Constant(16'000, 2000)));

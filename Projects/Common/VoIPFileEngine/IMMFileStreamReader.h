@@ -8,6 +8,7 @@
 #include <list>
 #include <string>
 
+#include "Platform/SystemError.h"
 #include "Platform/Types.h"
 #include "ServiceProcess/MTReferencedTypeBase.h"
 
@@ -22,6 +23,7 @@ struct ContentEvent {
 
     u32 kind;
     u32 id;
+    Platform::SystemError error = 0;  // of the read that ended the content before its end; 0: none failed
 };
 
 // Owned by the caller of GetNextFrame, who makes it empty and walks it afterwards; readers only append.
@@ -63,8 +65,8 @@ public:
 
 protected:
     bool TestValid() const override { return true; }
-    void AppendFinished(ContentEventList& events) {
-        events.push_back(ContentEvent{ContentEvent::ContentFinished, GetContentId()});
+    void AppendFinished(ContentEventList& events, Platform::SystemError error = 0) {
+        events.push_back(ContentEvent{ContentEvent::ContentFinished, GetContentId(), error});
     }
 
 private:

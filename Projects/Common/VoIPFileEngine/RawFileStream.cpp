@@ -54,7 +54,7 @@ bool RawFileStream::GetNextFrame(const u8** frame, ContentEventList& events) {
     const u64 got = decoder_ ? decoder_->adpcm.Decode(frame, static_cast<u32>(static_cast<i32>(blockSize_) / 2))
                              : ReadRaw(frame, blockSize_, block_);
     if (got != 0) return true;
-    AppendFinished(events);
+    AppendFinished(events, IsOpen() && front_->failed ? front_->read->Error() : 0);
     return false;
 }
 

@@ -41,45 +41,79 @@ knows orvctl orvctl.1 doctor
 knows orvctl orvctl.1 feed
 
 # --- completion ---
-for file in completion/*.bash; do bash -n "$file"; done
-for file in completion/*.zsh; do zsh -n "$file"; done
-for file in completion/*.fish; do fish -n "$file"; done
+made=$(mktemp -d)
+trap 'rm -rf "$made"' EXIT
+for program in orvctl orv-listen orv-publish orv-config; do
+    sed "s/@PROGRAM@/$program/g" completion/template.bash >"$made/$program.bash"
+    sed "s/@PROGRAM@/$program/g" completion/template.zsh >"$made/_$program"
+    sed "s/@PROGRAM@/$program/g" completion/template.fish >"$made/$program.fish"
+    bash -n "$made/$program.bash"
+    zsh -n "$made/_$program"
+    fish -n "$made/$program.fish"
+done
 
-expect() { # what, wanted, got
-    [ "$2" = "$3" ] || complain "completion of \"$1\" gives \"$3\", not \"$2\""
-}
 in_bash() { # words...
     bash -c '
-        source "completion/$(basename "$1").bash"
+        source "$1/$2.bash"
+        shift
         COMP_WORDS=("$@")
         COMP_CWORD=$(($# - 1))
         _orv_completion 2>/dev/null
-        echo "${COMPREPLY[*]}"' bash "$@"
+        printf "%s\n" "${COMPREPLY[@]}"' bash "$made" "$@"
 }
-expect "orvctl imp" "import" "$(in_bash orvctl imp)"
-expect "orv-listen hold --to" "--to-fifo" "$(in_bash orv-listen hold --to)"
-expect "orvctl fe" "feed" "$(in_bash orvctl fe)"
-expect "orvctl feed " "list show add set rebuild remove" "$(in_bash orvctl feed "")"
-expect "orvctl feed add x --ty" "--type" "$(in_bash orvctl feed add x --ty)"
-expect "orvctl feed add x --type " "default linein shuffled sorted" "$(in_bash orvctl feed add x --type "")"
-expect "orvctl --json user add x --role r" "reader" "$(in_bash orvctl --json user add x --role r)"
-expect "orvctl -c READ" "README.md" "$(in_bash orvctl -c READ)"
-expect "orv-config user p" "passwd" "$(in_bash orv-config user p)"
-expect "orv-listen hold --fo" "--follow" "$(in_bash orv-listen hold --fo)"
+in_fish() { # words...
+    fish --no-config -c "source $made/$1.fish; complete -C '$*'" | cut -f 1
+}
+# zsh completes on a terminal only, so that it is given one; what it would offer is caught on its way to the screen.
+in_zsh() { # words...
+    : >"$made/hits"
+    ORV_MADE=$made ORV_LINE="$*" zsh -f -c '
+        zmodload zsh/zpty
+        zpty terminal zsh -f -i
+        zpty -w terminal "PROMPT=; unsetopt zle_bracketed_paste 2>/dev/null; zstyle \":completion:*\" verbose no
+            autoload -U compinit; fpath=($ORV_MADE \$fpath); compinit -u -D
+            compadd() {
+                if [[ \${@[1,(i)(-|--)]} == *-(O|A|D)\ * ]]; then builtin compadd \"\$@\"; return; fi
+                local -a hits; builtin compadd -A hits \"\$@\"
+                (( \$#hits )) && print -l -- \"<\"\$^hits\">\" >>$ORV_MADE/hits; return 1
+            }
+            show() { zle complete-word; print -r -- done >>$ORV_MADE/hits }
+            zle -N show; bindkey \"^I\" show; print -r -- rea\"\"dy"
+        zpty -r terminal said "*ready*"
+        zpty -w -n terminal "$ORV_LINE"$'"'\t'"'
+        integer tries
+        while (( tries++ < 200 )); do grep -qx done $ORV_MADE/hits 2>/dev/null && break; sleep 0.05; done
+        zpty -d terminal' >/dev/null 2>&1
+    sed -n 's/^<\(.*\)>$/\1/p' "$made/hits"
+}
 
-in_fish() { # line
-    fish --no-config -c "source completion/${1%% *}.fish; complete -C '$1'" | cut -f 1 | tr '\n' ' '
+# All that a shell offers for a line, in any order.
+expect() { # wanted words, words of the line...
+    local wanted=$1 shell got
+    shift
+    wanted=$(tr ' ' '\n' <<<"$wanted" | sort)
+    for shell in in_bash in_fish in_zsh; do
+        got=$($shell "$@" | sed 's/ *$//' | grep -v '^$' | sort -u) || true
+        [ "$wanted" = "$got" ] || complain "$shell: completion of \"$*\" gives \"${got//$'\n'/ }\", not \"${wanted//$'\n'/ }\""
+    done
 }
-expect "orvctl setu" "setup " "$(in_fish 'orvctl setu')"
-expect "orvctl feed add x --ty" "--type " "$(in_fish 'orvctl feed add x --ty')"
-expect "orv-config user pa" "passwd " "$(in_fish 'orv-config user pa')"
-
-# zsh completes on a terminal only; what its words are made of runs without one.
-in_zsh() { # program, section, help arguments...
-    zsh -f -c "_files() { :; }; _describe() { :; }; words=($1 ''); CURRENT=2
-        source completion/$1.zsh 2>/dev/null
-        _orv_described \"\$($1 ${*:3} --help)\" $2 | cut -d : -f 1" | tr '\n' ' '
-}
-expect "orvctl feed (zsh)" "list show add set rebuild remove " "$(in_zsh orvctl Subcommands feed)"
+expect import orvctl imp
+expect "feed" orvctl fe
+expect --to-fifo orv-listen hold --to
+expect --follow orv-listen hold --fo
+expect --type orvctl feed add x --ty
+expect "default linein shuffled sorted" orvctl feed add x --type ""
+expect reader orvctl --json user add x --role r
+expect README.md orvctl -c READ
+expect passwd orv-config user p
+expect --command orv-publish live --comm
+expect "" orvctl feed add x --folder ""
+for shell in in_bash in_zsh; do
+    got=$($shell orvctl feed "" | sort | tr '\n' ' ')
+    [ "$got" = "add list rebuild remove set show " ] || complain "$shell: completion of \"orvctl feed \" gives \"$got\""
+done
+# fish offers the options too.
+got=$(in_fish orvctl feed "" | grep -v '^-' | sort | tr '\n' ' ')
+[ "$got" = "add list rebuild remove set show " ] || complain "in_fish: completion of \"orvctl feed \" gives \"$got\""
 
 exit "$failed"

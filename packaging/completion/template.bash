@@ -59,4 +59,4 @@ _orv_completion() {
     fi
 }
 
-complete -F _orv_completion orv-publish
+complete -F _orv_completion @PROGRAM@

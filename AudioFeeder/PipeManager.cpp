@@ -154,6 +154,11 @@ std::vector<std::shared_ptr<const FeedReport>> IPipeManager::Reports() {
     return reports;
 }
 
+void IPipeManager::HoldChannelMap(const std::function<void()>& meanwhile) {
+    Platform::LockGuard<Platform::RecursiveMutex> guard(channelMapMutex_);
+    meanwhile();
+}
+
 void IPipeManager::UpdateDefaultSet(const char* file) {
     EventTurn turn;
     if (!defaultSetReader_.IsValid()) return;  // the process is at its end

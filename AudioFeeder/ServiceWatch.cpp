@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "AudioFeeder/AnnouncementTable.h"
+#include "AudioFeeder/PipeManager.h"
 #include "AudioFeeder/SharedValues.h"
 #include "AudioFeeder/WatchRules.h"
 #include "Platform/Clock.h"
@@ -38,9 +39,13 @@ void TakeAnnouncementLock() {
 void TakeMusicBoxLock() {
     FindMusicBox(std::string());  // there is none of that name, so that nothing is held
 }
+void TakeChannelMapLock() {
+    const auto manager = IPipeManager::Existing();
+    if (manager.IsValid()) manager->HoldChannelMap([] {});
+}
 
-constexpr void (*kSharedLocks[])() = {TakeLogLock, TakeRootPathLock, TakeDefaultFileLock, TakeAnnouncementLock,
-                                      TakeMusicBoxLock};
+constexpr void (*kSharedLocks[])() = {TakeLogLock,          TakeRootPathLock, TakeDefaultFileLock,
+                                      TakeAnnouncementLock, TakeMusicBoxLock, TakeChannelMapLock};
 
 }  // namespace
 

@@ -6,7 +6,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "AudioFeeder/PipeFeed.h"
+#include "AudioFeeder/PipeManager.h"
 #include "AudioFeeder/WatchRules.h"
 #include "ServiceProcess/Log.h"
 #include "tests/AudioFeeder/FeederWorld.h"
@@ -40,6 +43,25 @@ protected:
         u64 count = 0;
         for (const u64 ping : Pings()) count += ping >= from && ping < to ? 1 : 0;
         return count;
+    }
+    // `hold` holds a lock while it runs what it is given, which takes ten times the watchdog's time.
+    void ExpectNoPingsWhile(const std::function<void(const std::function<void()>&)>& hold) {
+        world_.Run([&] {
+            const ServiceWatch watch;
+            FeedHolder feed = Sorted("p");
+            Sleep(1'000);
+            const u64 held = Now();
+            hold([] { Sleep(10 * kWatchdog); });
+            const u64 free = Now();
+            // Each lock is taken once a second, so that it has been waited for 20 seconds one second later at most.
+            EXPECT_GE(PingsIn(held, held + 20'000), 1u);
+            EXPECT_EQ(PingsIn(held + 22'000, free), 0u);
+            Sleep(5'000);
+            EXPECT_GE(PingsIn(free, Now()), 1u) << "well again, and told so";
+            ASSERT_EQ(Texts().size(), 2u);
+            EXPECT_EQ(Texts()[0], "Running; stuck: a lock that all feeds share cannot be had");
+            EXPECT_EQ(Texts()[1], "Running");
+        });
     }
 
     FeederWorld world_;
@@ -89,25 +111,17 @@ TEST_F(ServiceWatchTest, AClientThatDoesNotReadIsToldAndHoldsBackNoPing) {
 }
 
 TEST_F(ServiceWatchTest, ALockThatIsHeldFor20SecondsEndsThePingsUntilItIsLetGo) {
-    world_.Run([&] {
-        const ServiceWatch watch;
-        FeedHolder feed = Sorted("p");
-        Sleep(1'000);
+    ExpectNoPingsWhile([](const std::function<void()>& wait) {
         Orv::LogWriter& log = Orv::LogWriter::Instance();
         log.Lock();
-        const u64 held = Now();
-        Sleep(10 * kWatchdog);
+        wait();
         log.Unlock();
-        const u64 free = Now();
-        // The lock is taken each second, so that it has been waited for 20 seconds one second later at most.
-        EXPECT_GE(PingsIn(held, held + 20'000), 1u);
-        EXPECT_EQ(PingsIn(held + 22'000, free), 0u);
-        Sleep(5'000);
-        EXPECT_GE(PingsIn(free, Now()), 1u) << "well again, and told so";
-        ASSERT_EQ(Texts().size(), 2u);
-        EXPECT_EQ(Texts()[0], "Running; stuck: a lock that all feeds share cannot be had");
-        EXPECT_EQ(Texts()[1], "Running");
     });
+}
+
+// Who kept this lock would be unseen otherwise: the feeds play on meanwhile, but no change comes in any more.
+TEST_F(ServiceWatchTest, TheMapOfTheChannelsIsAmongTheLocksThatAreLookedAt) {
+    ExpectNoPingsWhile([](const std::function<void()>& wait) { Orv::IPipeManager::Instance()->HoldChannelMap(wait); });
 }
 
 TEST_F(ServiceWatchTest, APumpIsSeenFromItsBeginningToItsEnd) {

@@ -41,6 +41,7 @@ Exchange::Exchange() {
     fs::create_directories(Prompts() + "Playlist");
     fs::create_directories(folder_ / "d/Data/Logs");
     fs::create_directories(folder_ / "bin");
+    fs::create_directories(folder_ / "db");
     for (const auto& entry : fs::recursive_directory_iterator(folder_.Path())) Own(entry.path());
     Own(folder_.Path());
 }

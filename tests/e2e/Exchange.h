@@ -36,7 +36,7 @@ public:
     std::string PipeFolder() const { return folder_ / "p"; }
     std::string PipeFile(const std::string& name) const { return PipeFolder() + "/" + name; }
     std::string SettingsFile() const { return folder_ / "OrvPhoneSystem.ini"; }
-    std::string Database() const { return folder_ / "config.db"; }
+    std::string Database() const { return folder_ / "db/config.db"; }
 
     // Files below Prompts(), readable by the service; folders are made as needed. Give the whole path.
     std::string AddPiece(const std::string& name, double startSecond, double seconds) const;  // of real hold music

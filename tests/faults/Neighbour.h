@@ -1,0 +1,50 @@
+// A feed that has nothing to do with what breaks: it must be heard as if nothing had.
+#pragma once
+
+#include <atomic>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "tests/e2e/Exchange.h"
+
+namespace OrvTest {
+
+// By how much a thread that only sleeps woke too late at worst: what this machine takes from everybody.
+class SleepWitness {
+public:
+    SleepWitness();
+    ~SleepWitness();
+    double WorstMilliseconds() const { return worst_.load(); }
+
+private:
+    std::atomic<bool> stop_{false};
+    std::atomic<double> worst_{0.0};
+    std::thread thread_;
+};
+
+// A feed of one piece of music, longer than any test, that is held in memory if the settings say so.
+class Neighbour {
+public:
+    // Makes the file and the feed. Before the service starts.
+    Neighbour(const Exchange& exchange, const std::string& name, double startSecond = 0.0);
+
+    const std::string& File() const { return file_; }
+    Client& Listen();
+    Client& Heard() { return *client_; }
+    // How far the worst block was behind the grid of 125 ms, in milliseconds; up to 100 are the pump's nap.
+    double WorstLateness() const;
+    // Each byte was the one that was due, and no block was late by more than one block, the pump's nap and what the
+    // machine itself was late. `inMemory`: the file is preloaded, so that no read can be late.
+    void ExpectUntouched(bool inMemory = false) const;
+
+private:
+    const Exchange& exchange_;
+    const std::string name_;
+    std::string file_;
+    Model::Bytes audio_;
+    std::optional<Client> client_;
+    std::optional<SleepWitness> witness_;
+};
+
+}  // namespace OrvTest

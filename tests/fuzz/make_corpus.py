@@ -132,10 +132,179 @@ def settings_files():
     return {name: text.encode("latin-1") for name, text in files.items()}
 
 
+# --- the link: the ParamList of Link.proto, written by hand
+
+def varint(value):
+    value &= 0xFFFFFFFFFFFFFFFF
+    out = b""
+    while value >= 0x80:
+        out += bytes([value & 0x7F | 0x80])
+        value >>= 7
+    return out + bytes([value])
+
+
+def sized(field, body):
+    return varint(field << 3 | 2) + varint(len(body)) + body
+
+
+def param(key, value):
+    return sized(1, sized(1, key.encode("latin-1")) + value)
+
+
+def text(key, value):
+    return param(key, sized(2, value.encode("latin-1")))
+
+
+def number(key, value):
+    return param(key, b"\x18" + varint(value))
+
+
+def long_number(key, value):
+    return param(key, b"\x20" + varint(value))
+
+
+def nested(key, body):
+    return param(key, sized(5, body))
+
+
+def binary(key, body):
+    return param(key, sized(6, body))
+
+
+def numbers(key, *values):
+    return param(key, sized(7, sized(1, b"".join(varint(value) for value in values))))
+
+
+def lists(key, *bodies):
+    return param(key, sized(8, b"".join(sized(1, body) for body in bodies)))
+
+
+def ids(*values):
+    return b"".join(le32(value) for value in values)
+
+
+def list_files():
+    everything = (text("text\xff", "a\xfe z") + text("empty", "") + number("number", -7) + number("most", 0x7FFFFFFF)
+                  + long_number("long", -(1 << 63)) + binary("binary", b"\0x") + numbers("numbers", 1, -2, 3)
+                  + numbers("none") + nested("list", text("name", "in")) + lists("lists", text("name", "in"), b""))
+    deep = b""
+    for _ in range(16):
+        deep = nested("in", deep)
+    return {
+        "empty": b"", "everything": everything, "one": number("a", 1), "twice": number("a", 1) + number("a", 2),
+        "no-key": param("", b"\x18\1"), "no-value": param("a", b""), "two-values": param("a", b"\x18\1\x18\2"),
+        "key-253": number("k" * 253, 1), "key-254": number("k" * 254, 1), "key-nul": number("a\0b", 1),
+        "text-nul": text("a", "b\0c"), "deep": deep[8:], "too-deep": nested("in", deep), "cut": everything[:-3],
+        "long-length": b"\x0a\xff\xff\xff\xff\x0f", "padded-length": b"\x0a\x88\x80\x80\x80\x00" + number("abc", 1)[2:],
+        "unknown-fields": b"\x10\1" + sized(1, sized(1, b"a") + b"\x18\1" + sized(9, b"new") + b"\x55abcd") + b"\x1b\x1c",
+        "not-packed": param("a", sized(7, b"\x08\1\x08\2")), "wide-number": param("a", b"\x18" + varint(1 << 40)),
+        "many": b"".join(number("k%d" % i, i) for i in range(40)), "empty-lists": lists("l", *[b""] * 60),
+        "wrong-type": param("a", b"\x12"), "tag-zero": b"\0\0\0",
+    }
+
+
+def change(table, action, key, values=b"", unset=b"", row=0):
+    name = number("id", row) if row else text("key", key)
+    return text("table", table) + text("action", action) + name + nested("values", values) + nested("unset", unset)
+
+
+def request_files():
+    feed = (text("thename", "jazz") + number("feedtype", 2) + number("minannouncementpause", 1)
+            + number("maxannouncementpause", 9) + number("maxvolume", 70) + number("nonstop", 1))
+    files = {
+        "add": lists("changes", change("AUDIOFEED", "add", "new", feed)),
+        "add-taken": lists("changes", change("AUDIOFEED", "add", "HOLD", feed)),
+        "set": lists("changes", change("AUDIOFEED", "set", "hold", number("maxvolume", 5), number("thename", 1))),
+        "set-by-id": lists("changes", change("AUDIOFEED", "set", "", text("pipename", "b"), b"", 1)),
+        "put": lists("changes", change("ANNOUNCEMENT", "put", "n", text("thefile", "/m.wav"))),
+        "remove": lists("changes", change("AUDIOFEED", "remove", "a")),
+        "drop": lists("changes", change("PARAMETER", "drop", "none")),
+        "rebuild": lists("changes", change("AUDIOFEED", "rebuild", "hold")),
+        "content": lists("changes", change("AUDIOFEEDCONTENT", "add", "", number("fkidaudiofeed", 1))),
+        "content-of-none": lists("changes", change("AUDIOFEEDCONTENT", "add", "", number("fkidaudiofeed", 77))),
+        "swap": lists("changes", change("AUDIOFEED", "set", "", text("pipename", "a"), b"", 1),
+                      change("AUDIOFEED", "set", "", text("pipename", "hold"), b"", 2)),
+        "gone-and-back": lists("changes", change("AUDIOFEED", "remove", "a"), change("AUDIOFEED", "add", "a")),
+        "parameters": lists("changes", change("PARAMETER", "put", "AUDIO_PROVIDER_MAX_VOLUME", text("value", "100")),
+                            change("PARAMETER", "put", "SYSTEMLOGGINGLEVEL", text("value", "9"))),
+        "wrong-types": lists("changes", change("AUDIOFEED", "put", "x", text("feedtype", "3") + number("thename", 1))),
+        "control": lists("changes", change("ANNOUNCEMENT", "put", "a\nb", text("thefile", "c\x7f"))),
+        "latin": lists("changes", change("ANNOUNCEMENT", "put", "m\xfcsik", text("thefile", "\xc2\x85"))),
+        "no-table": lists("changes", change("USERS", "put", "x")), "no-action": lists("changes", text("table", "PARAMETER")),
+        "bad-pauses": lists("changes", change("AUDIOFEED", "put", "p", number("minannouncementpause", -1)
+                                              + number("maxannouncementpause", -0x80000000))),
+        "ids": binary("ids", ids(1, 2, -1)), "ids-broken": binary("ids", b"1234567"), "nothing": lists("changes"),
+        "changes-no-lists": text("changes", "all"), "values-no-list": lists("changes", text("action", "set")
+                                                                             + text("values", "x")),
+    }
+    return files
+
+
+def event_files():
+    batch, update, reply, lookup = 0, 1, 2, 3
+
+    def messages(*parts):
+        return b"".join(bytes([kind]) + le16(len(body)) + body for kind, body in parts)
+
+    def start(*table_ids):
+        return tuple((reply, binary("ids", ids(*each))) for each in table_ids)
+
+    def row(number_of, name):
+        return number("idaudiofeed", number_of) + text("pipename", name) + number("feedtype", 3)
+
+    tables = start((1, 2), (1,), (1,))
+    changed = nested("AUDIOFEED", binary("DELETED", ids(2)) + binary("UPDATED", ids(1, 3)))
+    rows = (reply, lists("OD", row(1, "hold"), row(3, "new")))
+    return {
+        "start": messages(*tables),
+        "update": messages(*tables, (update, text("OC", "AUDIOFEED") + text("TO", "Updated") + numbers("IDA", 1, 0, 2)),
+                           (reply, nested("OD", row(1, "a"))), (reply, nested("OD", b""))),
+        "delete": messages(*tables, (update, text("OC", "AUDIOFEED") + text("TO", "Deleted") + numbers("IDA", 1, 0, 9))),
+        "batch": messages(*tables, (batch, long_number("__TRN", 5) + changed), rows),
+        "batch-short-reply": messages(*tables, (batch, changed), (reply, lists("OD", row(1, "hold")))),
+        "batch-wrong-reply": messages(*tables, (batch, changed), (reply, text("OD", "rows"))),
+        "batch-same-twice": messages(*tables, (batch, nested("PARAMETER", binary("UPDATED", ids(1, 1)))),
+                                     (reply, lists("OD", text("name", "A"), text("name", "B")))),
+        "batch-unknown": messages(*tables, (batch, number("__TRN", 1) + nested("USERS", binary("UPDATED", ids(1)))
+                                            + text("AUDIOFEED", "x"))),
+        "lookup": messages(*tables, (batch, changed), rows, (lookup, text("OC", "AUDIOFEED") + text("FS", "hold")),
+                           (reply, binary("ids", ids(1, 2))), (reply, nested("OD", row(2, "found")))),
+        "no-index-key": messages(*tables, (update, text("OC", "AUDIOFEED") + numbers("IDA", 1)),
+                                 (reply, nested("OD", number("pipename", 7)))),
+        "ids-no-binary": messages((reply, text("ids", "12345678")), (reply, numbers("ids", 1, 2)), (reply, binary("ids", b"1"))),
+        "nothing": b"", "cut": messages(*tables)[:-2],
+    }
+
+
+def row_files():
+    files = {
+        "usual": '{"feeds": [{"pipe": "hold", "folder": "jazz", "type": "sorted", "max-volume": 20, "nonstop": true}],\n'
+                 ' "announcements": [{"name": "hello", "kind": "over", "file": "/srv/hello.wav"}],\n'
+                 ' "parameters": [{"name": "SYSTEMLOGGINGLEVEL", "value": "2"}],\n'
+                 ' "remove": {"feeds": ["old"], "announcements": [], "parameters": []}}\n',
+        "columns": '{"announcements": [{"thename": "a", "thetype": 1, "thefile": "f"}]}',
+        "null": '{"feeds": [{"pipe": "a", "folder": null, "announcements": null}]}',
+        "hex": '{"feeds": [{"pipe": {"hex": "6d fc"}}, {"pipe": {"hex": "6dfc"}, "folder": {"hex": "c0AF"}}]}',
+        "switches": '{"feeds": [{"pipe": "a", "nonstop": "on", "announcements": "off", "autogain": 2}]}',
+        "choices": '{"feeds": [{"pipe": "a", "type": "shuffled"}, {"pipe": "b", "type": 7}, {"pipe": "c", "type": -1}]}',
+        "numbers": '{"feeds": [{"pipe": "a", "min-pause": -2147483648, "max-pause": 2147483647}]}',
+        "too-large": '{"feeds": [{"pipe": "a", "max-volume": 18446744073709551616}]}', "real": '{"feeds": [{"pipe": 1e5}]}',
+        "twice": '{"feeds": [{"pipe": "A"}, {"pipe": "a"}]}', "key-twice": '{"feeds": [], "feeds": []}',
+        "removed-too": '{"feeds": [{"pipe": "a"}], "remove": {"feeds": ["A"]}}', "empty-name": '{"remove": {"feeds": [""]}}',
+        "escapes": '{"parameters": [{"name": "\\u0041\\ud83c\\udfb5", "value": "\\"\\\\ \\u00e9"}]}',
+        "surrogate": '{"parameters": [{"name": "\\ud83c"}]}', "nul": '{"feeds": [{"pipe": "a\\u0000b"}]}',
+        "no-section": '{"food": []}', "no-list": '{"feeds": {}}', "no-object": "[1, 2]", "empty": "", "blank": " \n",
+        "open": '{"feeds": [', "deep": "[" * 400, "no-utf8": '{"feeds": [{"pipe": "m\xfc"}]}', "bom": '\xef\xbb\xbf{}',
+        "trailing": "{} x", "formats": '{"parameters": [{"name": "%s%n%d", "value": "%99999s"}]}',
+    }
+    return {name: content.encode("latin-1") for name, content in files.items()}
+
+
 def main():
     wanted = {}
     for folder, files in (("wave", wave_files()), ("adpcm", adpcm_files()), ("names", name_files()),
-                          ("settings", settings_files())):
+                          ("settings", settings_files()), ("lists", list_files()), ("requests", request_files()),
+                          ("events", event_files()), ("rows", row_files())):
         for name, content in files.items():
             wanted[ROOT / folder / name] = content
     if sys.argv[1:] == ["--check"]:

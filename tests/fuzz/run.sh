@@ -5,7 +5,8 @@ set -euo pipefail
 build=$1 seconds=$2
 shift 2
 corpus=$(cd "$(dirname "$0")" && pwd)/corpus
-declare -A kept=([riff_walk]=wave [whole_file]=wave [adpcm_decoder]=adpcm [content_name]=names [settings_file]=settings)
+declare -A kept=([riff_walk]=wave [whole_file]=wave [adpcm_decoder]=adpcm [content_name]=names [settings_file]=settings
+    [link_list]=lists [link_request]=requests [link_event]=events [row_file]=rows)
 [ $# -gt 0 ] || set -- "${!kept[@]}"
 
 fuzz() {  # target

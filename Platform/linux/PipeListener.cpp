@@ -122,6 +122,8 @@ bool PipeListener::AdoptFile(const Descriptor& folder, SystemError& error) {
     struct stat folderInfo {};
     if (!file.IsOpen() || ::fstat(file.Get(), &info) != 0 || ::fstat(folder.Get(), &folderInfo) != 0) {
         error = LastError();
+        // Bound a moment ago under the folder's lock: nobody else would ever remove it.
+        ::unlink(address_.path.c_str());
         return false;
     }
     device_ = info.st_dev;

@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <iterator>
+#include <stdexcept>
 #include <system_error>
 #include <vector>
 
@@ -143,7 +144,11 @@ void AudioFeederHost::StartUp(CommonSettings& settings) {
     if (IsManaged()) watch_ = std::make_unique<ServiceWatch>();
 
     InstallLibraryListeners();
-    VXInitialize("AudioProvider", 0, 0);
+    // Without its thread no connection would ever come to be, so this start ends and the next one may have more luck.
+    if (VXInitialize("AudioProvider", 0, 0) != 0) {
+        ORV_LOG(Error) << "Cannot start thread for the events of the Configuration service";
+        throw std::runtime_error("Cannot start thread for the events of the Configuration service");
+    }
     ConfigConnection::ChangeListener.store(&OnConfigUpdate, std::memory_order_release);
 }
 

@@ -1,6 +1,7 @@
 #include "AudioFeeder/PipeManager.h"
 
 #include <cstring>
+#include <system_error>
 
 #include "AudioFeeder/ContentItems.h"
 #include "AudioFeeder/EventTurn.h"
@@ -66,8 +67,14 @@ IPipeManager::IPipeManager() : defaultSetReader_(CreateStreamSet()) {
 
 IPipeManager::~IPipeManager() = default;
 
+// Without a thread for the box the other feeds play all the same: those of the default stream find no box and play the
+// default file each for itself, until there is one again and they are built anew.
 void IPipeManager::RegisterDefaultSet() {
-    defaultMusicBox_ = RegisterMusicBox(DefaultSetName, defaultSetReader_, nullptr, 0);
+    try {
+        defaultMusicBox_ = RegisterMusicBox(DefaultSetName, defaultSetReader_, nullptr, 0);
+    } catch (const std::system_error&) {
+        ORV_LOG(Error) << "Cannot start thread of musicbox '" << DefaultSetName << "'";
+    }
 }
 
 bool IPipeManager::UpdateFeed(const FeedRow& newRow, const FeedRow& oldRow) {

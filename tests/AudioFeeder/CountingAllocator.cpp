@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 #include "Platform/Thread.h"
 
@@ -10,6 +11,7 @@ namespace {
 u64 countedThread = 0;  // 0: nothing is counted
 u64 allocations = 0;
 i64 live = 0;  // simulated threads are fibers of one
+bool failNext = false;
 
 void Count() {
     ++live;
@@ -34,9 +36,14 @@ i64 LiveAllocations() {
     return live;
 }
 
+void FailNextAllocation() {
+    failNext = true;
+}
+
 }  // namespace FeederTest
 
 void* operator new(std::size_t size) {
+    if (std::exchange(failNext, false)) throw std::bad_alloc();
     Count();
     if (void* memory = std::malloc(size != 0 ? size : 1)) return memory;
     throw std::bad_alloc();

@@ -5,6 +5,7 @@
 #include "AudioFeeder/PipeManager.h"
 #include "AudioFeeder/SharedValues.h"
 #include "Platform/Random.h"
+#include "Projects/Common/VoIPFileEngine/MusicBox.h"
 #include "ServiceProcess/Log.h"
 #include "tests/AudioFeeder/FakeConfigService.h"
 #include "tests/AudioFeeder/FeederWorld.h"
@@ -59,6 +60,26 @@ TEST_F(ReloadTest, ParametersComeFirstThenChannelsInTheTablesOrderThenAnnounceme
         EXPECT_EQ(world_.CountLog("Start next audio file /prompts/Playlist/x/a.wav"), 2U);
         EXPECT_EQ(Orv::AnnouncementTable::Instance().Size(), 2U);
         EXPECT_EQ(world_.CountLog("Announcement updated"), 0U) << "a reload stores without a word";
+    });
+}
+
+// The first use makes the manager, and the box of its default set needs a thread. When that failure ended the whole
+// reload, one thread too few at the start left a service without any feed.
+TEST_F(ReloadTest, WithoutAThreadForTheDefaultSetTheFeedsAreBuiltAndTheNextDefaultFileTriesAgain) {
+    Feed(1, "p");
+    Feed(2, "q");
+    world_.Run([&] {
+        config_.ConnectTables();
+        world_.Sim().FailThreadStarts(1);
+        IPipeManager::ReloadAll();
+        Sleep(1);
+        EXPECT_EQ(world_.LogOf("musicbox"), Texts{"Error|Cannot start thread of musicbox 'defaultset:'"});
+        EXPECT_TRUE(world_.Pipes().IsServed("p"));
+        EXPECT_TRUE(world_.Pipes().IsServed("q"));
+        EXPECT_FALSE(Orv::FindMusicBox("defaultset:").IsValid());
+        Orv::SetDefaultAudioFile("/d.wav");
+        EXPECT_TRUE(Orv::FindMusicBox("defaultset:").IsValid());
+        FakeConfigService::DisconnectTables();
     });
 }
 

@@ -7,6 +7,7 @@
 #include "AudioFeeder/SharedValues.h"
 #include "ServiceProcess/Log.h"
 #include "ServiceProcess/LogAdapters.h"
+#include "tests/AudioFeeder/CountingAllocator.h"
 #include "tests/AudioFeeder/FeederWorld.h"
 
 namespace {
@@ -214,16 +215,15 @@ TEST_F(DispatcherTest, ADeletionOfTheConfigurationStopsAllAndAnythingElseReloads
     });
 }
 
-// The first use makes the manager, whose default set needs a thread.
 TEST_F(DispatcherTest, AStandardExceptionEndsInTheLogAndTheNextEventIsTakenAsUsual) {
     world_.Run([&] {
-        world_.Sim().FailThreadStarts(1);
-        Change("AUDIOFEED", "Inserted", Feed());
-        u64 exceptions = 0;
-        for (const LogLine& line : world_.Log()) {
-            if (line.word == "Excep" && line.source == "OrvAudioFeeder" && !line.text.empty()) ++exceptions;
-        }
-        EXPECT_EQ(exceptions, 1U);
+        VX::ParamListHolder newRow = Feed();
+        VX::ParamListHolder oldRow;
+        FailNextAllocation();
+        Orv::OnConfigUpdate("AUDIOFEED", "Inserted", 17, &newRow, &oldRow);
+        const LogLine last = world_.Log().back();
+        EXPECT_EQ(last.word + "|" + last.source + "|" + last.text, "Excep|OrvAudioFeeder|std::bad_alloc");
+        EXPECT_EQ(world_.CountLog("Creating channel"), 0U);
         Change("AUDIOFEED", "Inserted", Feed());
         Sleep(1);
         EXPECT_TRUE(world_.Pipes().IsServed("p"));

@@ -1,12 +1,20 @@
+#include <grpc/support/cpu.h>
 #include <grpcpp/grpcpp.h>
 
+#include <algorithm>
 #include <system_error>
+#include <vector>
 
+#include "Platform/Thread.h"
 #include "VX/GrpcClient.h"
 
 namespace VX {
 
 namespace {
+
+// Of the library, beside one for each processor; it starts some of them only when they are needed.
+constexpr u32 kLibraryThreads = 8;
+constexpr u32 kMostMilliseconds = 60'000;
 
 grpc::ChannelArguments MakeArguments(const GrpcOptions& options) {
     grpc::ChannelArguments arguments;
@@ -24,6 +32,20 @@ grpc::ChannelArguments MakeArguments(const GrpcOptions& options) {
     return arguments;
 }
 
+// Whether so many threads can be had at one time.
+bool HasRoomForThreads(u32 count) {
+    Platform::Event tried;
+    std::vector<Platform::Thread> threads;
+    try {
+        while (threads.size() < count) threads.emplace_back("vx-room", [&tried] { tried.WaitFor(kMostMilliseconds); });
+    } catch (const std::system_error&) {
+        // Told by their number.
+    }
+    tried.Set();
+    for (Platform::Thread& thread : threads) thread.Join();
+    return threads.size() == count;
+}
+
 class GrpcConnector : public ILinkConnector {
 public:
     explicit GrpcConnector(const GrpcOptions& options) : options_(options) {}
@@ -31,7 +53,7 @@ public:
     std::unique_ptr<ILink> Connect(const std::string& host, u32 port, const std::string& credentials,
                                    ILinkEvents& events, PeerInfo& peer, bool& authFailed) override {
         authFailed = false;
-        if (host.empty() || port == 0 || port > 65535) return nullptr;
+        if (host.empty() || port == 0 || port > 65535 || !HoldLibrary()) return nullptr;
         const std::string target = "dns:///" + JoinAddress(host, port);
         auto channel = grpc::CreateCustomChannel(target, grpc::InsecureChannelCredentials(), MakeArguments(options_));
         auto link = std::make_unique<GrpcClient>(std::move(channel), options_, events);
@@ -44,7 +66,22 @@ public:
     }
 
 private:
+    // The library's threads begin with its first channel and end with its last. One that cannot be started then is
+    // never missed and never started later, but waited for at the end, without end. So it begins only where there is
+    // room for all of them, and ends with this connector, which a service never destroys.
+    bool HoldLibrary() {
+        Platform::LockGuard guard(mutex_);
+        if (held_ != nullptr) return true;
+        if (!HasRoomForThreads(kLibraryThreads + std::clamp(gpr_cpu_num_cores(), 2u, 16u))) return false;
+        // It is never used, and so never connects.
+        held_ =
+            grpc::CreateCustomChannel("ipv4:127.0.0.1:1", grpc::InsecureChannelCredentials(), MakeArguments(options_));
+        return true;
+    }
+
     const GrpcOptions options_;
+    Platform::Mutex mutex_;
+    std::shared_ptr<grpc::Channel> held_ ORV_GUARDED_BY(mutex_);
 };
 
 }  // namespace

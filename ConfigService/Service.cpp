@@ -81,6 +81,12 @@ void ConfigService::OnDisconnected(VX::SessionId session) {
     log_.Info("User \"" + Harmless(gone.user) + "\" disconnected from " + Harmless(gone.remote));
 }
 
+void ConfigService::OnFallenBehind(VX::SessionId session) {
+    const Session slow = FindSession(session);
+    log_.Warn("The program of user \"" + Harmless(slow.user) + "\" at " + Harmless(slow.remote) +
+              " does not take its signals; too many of them waited, so it is disconnected; restart that program");
+}
+
 ConfigService::Session ConfigService::FindSession(VX::SessionId session) const {
     Platform::LockGuard<Platform::Mutex> guard(sessionsLock_);
     const auto found = sessions_.find(session);

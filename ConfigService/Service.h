@@ -33,6 +33,7 @@ public:
     bool Authenticate(const std::string& credentials, const std::string& remote, std::string& user) override;
     void OnConnected(VX::SessionId session, const std::string& user, const std::string& remote) override;
     void OnDisconnected(VX::SessionId session) override;
+    void OnFallenBehind(VX::SessionId session) override;
     VX::ParamListHolder OnCall(VX::SessionId session, u32 number, const VX::ParamListHolder& request) override;
 
 private:

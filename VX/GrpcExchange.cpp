@@ -145,7 +145,10 @@ void GrpcExchange::SessionGone(const std::shared_ptr<GrpcSession>& session) {
             Platform::LockGuard guard(mutex_);
             sessions_.erase(session->Token());
         }
-        calls_.Post([this, id] { service_.OnDisconnected(id); });
+        calls_.Post([this, id, fellBehind = session->FellBehind()] {
+            if (fellBehind) service_.OnFallenBehind(id);
+            service_.OnDisconnected(id);
+        });
     }
     ReactorGone();
 }

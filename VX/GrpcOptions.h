@@ -14,7 +14,7 @@ struct GrpcOptions {
     // A connection is given up when a ping after so much silence is not answered for so long.
     u32 keepaliveMilliseconds = 20'000;
     u32 keepaliveTimeoutMilliseconds = 20'000;
-    // Server: signals that may wait for one client.
+    // Server: memory of the signals that may wait for one client. Clients share what waits for several of them.
     u64 queueBytes = 64u << 20;
     // Server: credentials that are checked side by side. A check may block for seconds to slow down guessing, and the
     // service itself lets no more than 48 block.

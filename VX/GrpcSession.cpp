@@ -46,6 +46,7 @@ void GrpcSession::Push(const std::shared_ptr<const OutgoingMessage>& message) {
         if (ended_) return;
         // A message alone may be as large as it likes, so that the limit is about falling behind only.
         tooSlow = !queue_.empty() && waitingBytes_ + message->bytes > queueBytes_;
+        fellBehind_ = tooSlow;
         if (!tooSlow) {
             queue_.push_back(message);
             waitingBytes_ += message->bytes;
@@ -56,6 +57,11 @@ void GrpcSession::Push(const std::shared_ptr<const OutgoingMessage>& message) {
     } else {
         WriteNext();
     }
+}
+
+bool GrpcSession::FellBehind() {
+    Platform::LockGuard guard(mutex_);
+    return fellBehind_;
 }
 
 void GrpcSession::WriteNext() {

@@ -16,10 +16,14 @@ namespace VX {
 
 // One message for the stream of any number of sessions.
 struct OutgoingMessage {
-    orv::vx::Message message;
-    u64 bytes = 0;
+    // What a message takes beside its bytes, so that many small ones count too.
+    static constexpr u64 Overhead = 256;
 
-    explicit OutgoingMessage(orv::vx::Message from) : message(std::move(from)), bytes(message.ByteSizeLong()) {}
+    orv::vx::Message message;
+    u64 bytes = 0;  // of memory
+
+    explicit OutgoingMessage(orv::vx::Message from)
+        : message(std::move(from)), bytes(message.ByteSizeLong() + Overhead) {}
 };
 
 // Any thread. Its callbacks come on threads of gRPC and hand over at once. It keeps itself alive until gRPC has let it
@@ -42,6 +46,8 @@ public:
     std::string Token();
     // Queues a message for a standing session. A client that lets too much wait is disconnected.
     void Push(const std::shared_ptr<const OutgoingMessage>& message);
+    // Whether that is why the session has ended.
+    bool FellBehind();
     // Ends the stream; what still waits is dropped.
     void End(grpc::Status status);
 
@@ -69,6 +75,7 @@ private:
     // The message gRPC writes now, and with it the right to start the next operation.
     std::shared_ptr<const OutgoingMessage> writing_ ORV_GUARDED_BY(mutex_);
     bool ended_ ORV_GUARDED_BY(mutex_) = false;
+    bool fellBehind_ ORV_GUARDED_BY(mutex_) = false;
     bool finishing_ ORV_GUARDED_BY(mutex_) = false;
     grpc::Status status_ ORV_GUARDED_BY(mutex_);
 };

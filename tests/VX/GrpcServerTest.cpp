@@ -1,6 +1,7 @@
 // Goal: no peer, however hostile, slow or broken, gets in without credentials or hurts the others. Method: clients
 // that speak the protocol by hand, and plain sockets.
 
+#include <algorithm>
 #include <atomic>
 
 #include "tests/VX/GrpcFixture.h"
@@ -143,9 +144,59 @@ TEST_F(GrpcServerTest, AClientThatDoesNotReadIsDisconnectedAndHoldsUpNobody) {
         ASSERT_TRUE(events.WaitForCount(i + 1));
     }
     EXPECT_TRUE(service_.WaitFor("disconnected 2"));
+    const Lines told = service_.Notes();
+    EXPECT_EQ(std::find(told.begin(), told.end(), "fallen behind 2") + 1,
+              std::find(told.begin(), told.end(), "disconnected 2"))
+        << "the service is told why, in front of the end";
     EXPECT_NE(slow.Drain(), grpc::StatusCode::OK);
     EXPECT_LT(slow.Messages(), 100u);
     EXPECT_EQ(events.Notes(), expected);
+}
+
+TEST_F(GrpcServerTest, ManySmallSignalsCountForWhatTheyTakeInMemory) {
+    // A signal of a few bytes takes some hundred in memory. When only the bytes on the wire counted, what waited for
+    // one client could take several times the limit.
+    GrpcOptions options;
+    options.queueBytes = 8u << 20;
+    Listen(options);
+    RawClient slow(server_->Port());
+    ASSERT_NE(slow.Open(credentials_), "");
+    const auto ended = [&] {
+        const Lines told = service_.Notes();
+        return std::find(told.begin(), told.end(), "fallen behind 1") != told.end();
+    };
+    u32 raised = 0;
+    while (raised < 200'000 && (raised % 1000 != 0 || !ended())) {
+        server_->Raise("S", TextEvent("x"));
+        ++raised;
+    }
+    // At 256 bytes of memory each, and with what the transport takes on top.
+    EXPECT_LT(raised, (8u << 20) / 256 + 20'000);
+    EXPECT_GT(raised, (8u << 20) / 1024);
+    EXPECT_TRUE(service_.WaitFor("disconnected 1"));
+    ExpectServed();
+}
+
+TEST_F(GrpcServerTest, AClientThatHasHungIsGivenUpWhetherSignalsWaitForItOrNot) {
+    GrpcOptions options;
+    options.keepaliveMilliseconds = 300;
+    options.keepaliveTimeoutMilliseconds = 300;
+    Listen(options);
+    TcpRelay relay(server_->Port());
+    TestEvents first;
+    TestEvents second;
+    const auto idle = Connect(first, {}, relay.Port());
+    ASSERT_NE(idle, nullptr);
+    relay.Freeze();
+    EXPECT_TRUE(service_.WaitFor("disconnected 1"));
+
+    TcpRelay other(server_->Port());
+    const auto told = Connect(second, {}, other.Port());
+    ASSERT_NE(told, nullptr);
+    other.Freeze();
+    for (u32 i = 0; i < 100; i++) server_->Raise("S", TextEvent(std::string(10'000, 'x')));
+    EXPECT_TRUE(service_.WaitFor("disconnected 2"));
+    ExpectServed();
 }
 
 TEST_F(GrpcServerTest, ASignalThatIsTooLargeEndsTheSessionsInsteadOfBeingLost) {

@@ -26,6 +26,7 @@ public:
         Note("connected " + std::to_string(session) + " " + user);
     }
     void OnDisconnected(VX::SessionId session) override { Note("disconnected " + std::to_string(session)); }
+    void OnFallenBehind(VX::SessionId session) override { Note("fallen behind " + std::to_string(session)); }
     VX::ParamListHolder OnCall(VX::SessionId session, u32 number, const VX::ParamListHolder& request) override {
         if (onCall) return onCall(session, number, request);
         VX::ParamListHolder reply;

@@ -72,7 +72,7 @@ std::string Advice(int code) {
             return "; make room on the disk";
         case SQLITE_BUSY:
         case SQLITE_LOCKED:
-            return "; another program holds it";
+            return "; another program holds it, so end that one or wait for it, and try again";
         case SQLITE_IOERR:
             return "; look at the disk";
         default:
@@ -164,6 +164,15 @@ void Database::CheckIntegrity() {
         throw DatabaseError("The database " + path_ + " is damaged (a row of " + references.GetText(0) +
                             " refers to a missing one); put back a copy of it");
     }
+}
+
+void Database::CheckInPlace() {
+    int moved = 0;
+    sqlite3_file_control(handle_, "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+    if (moved == 0) return;
+    throw DatabaseError("The database " + path_ +
+                        " is not in its place any more; put it back, or save the rows with orvctl export before "
+                        "orv-config is restarted");
 }
 
 void Database::Checkpoint() {

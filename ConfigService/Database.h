@@ -37,6 +37,8 @@ public:
     i64 QueryNumber(const char* sql);
     // Reads every page and every constraint; throws when something is broken.
     void CheckIntegrity();
+    // Throws when the path does not lead to the open file any more: what is written then would be lost.
+    void CheckInPlace();
     // Moves the write-ahead log into the file.
     void Checkpoint();
 

@@ -119,6 +119,7 @@ ApplyResult Store::Apply(const std::vector<Change>& changes) ORV_NO_THREAD_SAFET
 }
 
 void Store::Write(Draft& draft, i64 transactionNumber) {
+    database_.CheckInPlace();
     Transaction transaction(database_);
     if (database_.QueryNumber("SELECT transactionnumber FROM ORV_STATE") != transactionNumber - 1) {
         throw DatabaseError("The database was changed by another program; restart orv-config");

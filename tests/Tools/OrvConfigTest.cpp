@@ -137,6 +137,83 @@ TEST_F(OrvConfig, ADatabaseThatIsNotWritableIsRefused) {
     ExpectNoStart(OrvTest::Run(command, "", 10000), 1, "Permission denied");
 }
 
+TEST_F(OrvConfig, ADatabaseInAFolderThatIsNotWritableIsRefused) {
+    // Its write-ahead log is made beside it.
+    ASSERT_EQ(server_.Stop(), 0);
+    const std::string folder = folder_ / "closed";
+    std::filesystem::create_directory(folder);
+    std::filesystem::copy_file(database_, folder + "/config.db");
+    std::vector<std::string> command = {OrvConfigProgram, "serve", "--database", folder + "/config.db", "--port", "0"};
+    if (::geteuid() == 0) {
+        std::filesystem::permissions(folder_.Path(), std::filesystem::perms{0755});
+        std::filesystem::copy_file(OrvConfigProgram, folder_ / "orv-config");
+        command[0] = folder_ / "orv-config";
+        ASSERT_EQ(::chown((folder + "/config.db").c_str(), 65534, 65534), 0);
+        command.insert(command.begin(), {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "--"});
+    }
+    std::filesystem::permissions(folder, std::filesystem::perms{0555});
+    ExpectNoStart(OrvTest::Run(command, "", 10000), 1, "write to the file and its folder");
+    std::filesystem::permissions(folder, std::filesystem::perms{0755});
+}
+
+TEST_F(OrvConfig, ADamagedDatabaseIsRefusedWithWhatToDoAndLeftAsItWas) {
+    ASSERT_EQ(server_.Stop(), 0);
+    Sql("INSERT INTO PARAMETER (name, value) WITH RECURSIVE n(i) AS (VALUES (1) UNION ALL SELECT i + 1 FROM n WHERE i "
+        "< 60) SELECT 'P' || i, hex(zeroblob(450)) FROM n");
+    const std::string whole = ReadFileText(database_);
+    ASSERT_GT(whole.size(), 16u * 4096);
+    std::string page = whole;
+    page.replace(page.size() - 3 * 4096, 4096, std::string(4096, '\xA5'));
+    std::string header = whole;
+    header.replace(0, 100, std::string(100, '\0'));
+    const std::string cut = whole.substr(0, whole.size() / 2);
+    for (const auto& [bytes, advice] :
+         {std::pair{page, "put back a copy of it"}, std::pair{cut, "put back a copy of it"},
+          std::pair{header, "this is no database"}}) {
+        WriteFileText(database_, bytes);
+        ExpectNoStart(Start(database_), 1, advice);
+        EXPECT_EQ(ReadFileText(database_) == bytes, true) << "what may still be saved is not touched";
+        for (const char* part : {"-wal", "-shm"}) std::filesystem::remove(database_ + part);
+    }
+    WriteFileText(database_, whole);
+    Serve();
+    EXPECT_EQ(MustJson({"parameter", "list"}).size(), 60u) << "the copy that was put back is served";
+}
+
+TEST_F(OrvConfig, ADatabaseThatAnotherProgramHoldsIsToldAndServedOnceItIsLetGo) {
+    const auto hold = [this](sqlite3** database, const char* how) {
+        EXPECT_EQ(sqlite3_open(database_.c_str(), database), SQLITE_OK);
+        EXPECT_EQ(sqlite3_exec(*database, how, nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(*database);
+    };
+    sqlite3* other = nullptr;
+    hold(&other, "BEGIN IMMEDIATE");
+    ExpectFailure({"feed", "add", "late"}, 8, "another program holds it, so end that one or wait for it");
+    EXPECT_EQ(MustJson({"feed", "list"}).size(), 0u) << "reading goes on";
+    sqlite3_close(other);
+    Must({"feed", "add", "late"});
+
+    ASSERT_EQ(server_.Stop(), 0);
+    hold(&other, "PRAGMA locking_mode = EXCLUSIVE; BEGIN EXCLUSIVE");
+    ExpectNoStart(Start(database_), 1, "another program holds it, so end that one or wait for it");
+    sqlite3_close(other);
+    Serve();
+    EXPECT_EQ(MustJson({"feed", "list"}).size(), 1u);
+}
+
+TEST_F(OrvConfig, NothingIsAcknowledgedForADatabaseThatHasGoneFromItsPlace) {
+    // A change would go into a file that nobody finds again: it was acknowledged, and lost at the next start.
+    std::filesystem::rename(database_, folder_ / "aside");
+    ExpectFailure({"feed", "add", "lost"}, 8, "is not in its place any more; put it back");
+    WriteFileText(database_, ReadFileText(folder_ / "aside"));
+    ExpectFailure({"feed", "add", "lost"}, 8, "is not in its place any more; put it back");
+    EXPECT_EQ(MustJson({"feed", "list"}).size(), 0u);
+    std::filesystem::rename(folder_ / "aside", database_);
+    Must({"feed", "add", "kept"});
+    ASSERT_EQ(server_.Stop(), 0);
+    Serve();
+    EXPECT_EQ(MustJson({"feed", "list"}).size(), 1u);
+}
+
 TEST_F(OrvConfig, OnlyTheLoopbackIsListenedOn) {
     for (const char* address : {"0.0.0.0", "192.168.1.1", "::", "127.0.0.300", "127.1", "example.org"}) {
         ExpectNoStart(Start(folder_ / "other.db", {"--address", address}), 2, "only an address of the loopback");

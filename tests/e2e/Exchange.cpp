@@ -130,6 +130,16 @@ void Exchange::MakeUsers() {
 }
 
 void Exchange::StartConfig() {
+    RunConfig();
+    AwaitConfig();
+}
+
+void Exchange::LaunchConfig() {
+    port_ = "0";
+    RunConfig();
+}
+
+void Exchange::RunConfig() {
     if (!fs::exists(Database())) MakeUsers();
     const std::string output = folder_ / "config.log";
     fs::remove(output);
@@ -140,6 +150,10 @@ void Exchange::StartConfig() {
     options.outputFile = output;
     options.errorFile = output;
     config_ = Process(options);
+}
+
+void Exchange::AwaitConfig() {
+    const std::string output = folder_ / "config.log";
     const std::regex listening("listening on [^ ]*:([0-9]+)");
     std::smatch match;
     std::string text;

@@ -48,7 +48,13 @@ public:
 
     // Starts orv-config on a free port (the same port again after the first time).
     void StartConfig();
+    // The same on another free port each time, and without waiting until it listens: AwaitConfig() does.
+    void LaunchConfig();
+    void AwaitConfig();
     Process& Config() { return config_; }
+    // What orv-config has written since its last start.
+    std::string ConfigText() const { return ReadFileText(folder_ / "config.log"); }
+    unsigned Port() const { return static_cast<unsigned>(std::stoul(port_)); }
     // Writes the settings file. Part of StartFeeder() unless it is there.
     void WriteSettings(const std::string& extra = "") const;
     // Starts orv-audio-feed, and waits until the tables are loaded unless told otherwise.
@@ -74,6 +80,7 @@ public:
 
 private:
     void MakeUsers();
+    void RunConfig();
 
     TempFolder folder_;
     Process config_;

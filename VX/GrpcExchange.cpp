@@ -29,10 +29,12 @@ std::string MakeToken() {
 
 }  // namespace
 
-GrpcExchange::GrpcExchange(ILinkService& service, std::string application, const GrpcOptions& options)
+GrpcExchange::GrpcExchange(ILinkService& service, std::string application, const GrpcOptions& options,
+                           AdmittedFunction admitted)
     : service_(service),
       application_(std::move(application)),
       options_(options),
+      admitted_(std::move(admitted)),
       logins_("vx-login", options.loginThreads, options.maxWaitingLogins),
       calls_("vx-serve", CallThreads, MaxWaitingCalls) {}
 
@@ -58,6 +60,7 @@ void GrpcExchange::LogIn(const std::shared_ptr<GrpcSession>& session, const std:
         return;
     }
     const std::string address = PeerAddress(session->Peer());
+    admitted_(address);
     const std::string token = MakeToken();
     orv::vx::Message message;
     message.mutable_welcome()->set_session(token);

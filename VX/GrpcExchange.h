@@ -3,6 +3,7 @@
 
 #include <grpcpp/grpcpp.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -19,8 +20,10 @@ namespace VX {
 // "vx-serve", so that guessed passwords, which are answered late, hold up nobody's calls.
 class GrpcExchange : public orv::vx::Link::CallbackService {
 public:
+    // `admitted` is told the address of each transport connection on which somebody has logged in, on "vx-login".
     // Throws std::system_error when there is no thread to be had.
-    GrpcExchange(ILinkService& service, std::string application, const GrpcOptions& options);
+    using AdmittedFunction = std::function<void(const std::string& address)>;
+    GrpcExchange(ILinkService& service, std::string application, const GrpcOptions& options, AdmittedFunction admitted);
 
     grpc::ServerWriteReactor<orv::vx::Message>* Open(grpc::CallbackServerContext* context,
                                                      const orv::vx::OpenRequest* request) override;
@@ -43,6 +46,7 @@ private:
     ILinkService& service_;
     const std::string application_;
     const GrpcOptions options_;
+    const AdmittedFunction admitted_;
 
     Platform::Mutex mutex_;
     Platform::CondVar changed_;

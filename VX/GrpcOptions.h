@@ -24,6 +24,9 @@ struct GrpcOptions {
     // Server: a transport connection that does not come to an HTTP/2 session, or has no stream, is dropped after these.
     u32 handshakeMilliseconds = 10'000;
     u32 idleMilliseconds = 60'000;
+    // Server: what a transport connection on which nobody has logged in yet may send, and how long it may stay.
+    u64 strangerBytes = 256u << 10;
+    u32 strangerMilliseconds = 60'000;
 };
 
 std::unique_ptr<ILinkConnector> CreateGrpcConnector(const GrpcOptions& options);

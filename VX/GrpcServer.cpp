@@ -2,6 +2,7 @@
 
 #include <system_error>
 
+#include "Platform/PortListener.h"
 #include "VX/GrpcExchange.h"
 
 namespace VX {
@@ -24,80 +25,63 @@ void SetArguments(grpc::ServerBuilder& builder, const GrpcOptions& options) {
     builder.AddChannelArgument(GRPC_ARG_SERVER_HANDSHAKE_TIMEOUT_MS, milliseconds(options.handshakeMilliseconds));
     builder.AddChannelArgument(GRPC_ARG_MAX_CONNECTION_IDLE_MS, milliseconds(options.idleMilliseconds));
     builder.AddChannelArgument(GRPC_ARG_MAX_CONCURRENT_STREAMS, MaxStreams);
-    // A port that another server has is taken, not shared.
-    builder.AddChannelArgument(GRPC_ARG_ALLOW_REUSEPORT, 0);
 }
 
-// What gRPC writes to its log while one of these lives, since it tells the reason of a failure nowhere else.
-class ReasonCatcher {
-public:
-    ReasonCatcher() {
-        Platform::LockGuard guard(Lock());
-        Text().clear();
-        gpr_set_log_function(&Catch);
-    }
-    ~ReasonCatcher() { gpr_set_log_function(nullptr); }
-
-    // ": " and the system's own text of the error; empty when there was none.
-    std::string Reason() {
-        Platform::LockGuard guard(Lock());
-        const std::string mark = "os_error:\"";
-        const auto begin = Text().rfind(mark);
-        if (begin == std::string::npos) return "";
-        const auto from = begin + mark.size();
-        return ": " + Text().substr(from, Text().find('"', from) - from);
-    }
-
-private:
-    static void Catch(gpr_log_func_args* line) {
-        Platform::LockGuard guard(Lock());
-        Text() += line->message;
-    }
-    static Platform::Mutex& Lock() {
-        static Platform::Mutex lock;
-        return lock;
-    }
-    static std::string& Text() {
-        static std::string text;
-        return text;
-    }
-};
-
+// gRPC's own listening ends for good at the first connection that finds the process without a free descriptor, and it
+// takes in a message of any length before it looks at its limit. So it only serves what a port of ours has taken, which
+// watches whoever has not logged in.
 class GrpcServer : public ILinkServer {
 public:
     GrpcServer(ILinkService& service, const std::string& application, const GrpcOptions& options)
-        : options_(options), exchange_(service, application, options) {}
+        : options_(options),
+          exchange_(service, application, options, [this](const std::string& peer) { listener_->Admit(peer); }) {}
     ~GrpcServer() override { Stop(); }
 
-    // Called once, before anything else. False with the system's reason, if it tells one.
-    bool Listen(const std::string& address, std::string& reason) {
-        ReasonCatcher catcher;
+    // Called once, before anything else. False with the reason.
+    bool Listen(const std::string& host, u32 port, std::string& reason) {
+        Platform::SystemError error = 0;
+        listener_ = Platform::PortListener::Open(host, port, error);
+        if (listener_ == nullptr) {
+            reason = "cannot listen on " + JoinAddress(host, port) + ": " + Platform::SystemErrorText(error);
+            return false;
+        }
         grpc::ServerBuilder builder;
         SetArguments(builder, options_);
-        int port = 0;
-        builder.AddListeningPort(address, grpc::InsecureServerCredentials(), &port);
+        acceptor_ = builder.experimental().AddExternalConnectionAcceptor(
+            grpc::ServerBuilder::experimental_type::ExternalConnectionType::FROM_FD, grpc::InsecureServerCredentials());
         builder.RegisterService(&exchange_);
         Platform::LockGuard guard(stopMutex_);
         server_ = builder.BuildAndStart();
-        port_ = static_cast<u32>(port);
-        if (server_ != nullptr && port != 0) return true;
-        reason = "cannot listen on " + address + catcher.Reason();
-        return false;
+        if (server_ == nullptr) {
+            reason = "cannot serve on " + JoinAddress(host, port);
+            return false;
+        }
+        const Platform::StrangerLimits limits{options_.strangerBytes, options_.strangerMilliseconds};
+        listener_->Start("vx-port", limits, [this](int descriptor) {
+            grpc::experimental::ExternalConnectionAcceptor::NewConnectionParameters connection;
+            connection.fd = descriptor;
+            acceptor_->HandleNewConnection(&connection);
+        });
+        return true;
     }
 
     void Raise(const std::string& signal, const ParamListHolder& event) override { exchange_.Raise(signal, event); }
-    u32 Port() const override { return port_; }
+    u32 Port() const override { return listener_->Port(); }
 
     void Stop() override {
         Platform::LockGuard guard(stopMutex_);
+        if (listener_ != nullptr) listener_->Close();
         if (server_ != nullptr) server_->Shutdown(gpr_now(GPR_CLOCK_MONOTONIC));
         exchange_.Drain();
         server_ = nullptr;
     }
 
 private:
+    // Constant after Listen(). The listener's thread uses what stands below, and ends first.
     const GrpcOptions options_;
-    u32 port_ = 0;           // constant after Listen()
+    std::unique_ptr<Platform::PortListener> listener_;
+    std::unique_ptr<grpc::experimental::ExternalConnectionAcceptor> acceptor_;
+
     GrpcExchange exchange_;  // outlives the server
     Platform::Mutex stopMutex_;
     std::unique_ptr<grpc::Server> server_ ORV_GUARDED_BY(stopMutex_);
@@ -108,12 +92,11 @@ private:
 std::unique_ptr<ILinkServer> CreateGrpcServer(const std::string& host, u32 port, ILinkService& service,
                                               std::string& reason, const std::string& application,
                                               const GrpcOptions& options) {
-    const std::string address = JoinAddress(host.empty() ? "127.0.0.1" : host, port);
     try {
         auto server = std::make_unique<GrpcServer>(service, application, options);
         if (port > 65535) {
             reason = "there is no port " + std::to_string(port);
-        } else if (server->Listen(address, reason)) {
+        } else if (server->Listen(host.empty() ? "127.0.0.1" : host, port, reason)) {
             return server;
         }
     } catch (const std::system_error& error) {

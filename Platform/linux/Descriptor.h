@@ -25,6 +25,8 @@ public:
 
     bool IsOpen() const noexcept { return fd_ >= 0; }
     int Get() const noexcept { return fd_; }
+    // The descriptor, the caller's from then on.
+    int Release() noexcept { return std::exchange(fd_, -1); }
     void Close() noexcept {
         if (fd_ >= 0) ::close(std::exchange(fd_, -1));
     }

@@ -26,6 +26,15 @@ protected:
         EXPECT_TRUE(events.WaitForCount(1));
         EXPECT_EQ(events.Notes(), Lines{"S:event"});
     }
+    // What the server has to say is read until it has closed; then the socket is.
+    static bool WaitForTheEnd(int socket) {
+        char answer[4096];
+        pollfd polled = {socket, POLLIN, 0};
+        ssize_t count = 1;
+        while (count > 0 && poll(&polled, 1, 10'000) == 1) count = recv(socket, answer, sizeof(answer), 0);
+        close(socket);
+        return count <= 0;
+    }
 };
 
 }  // namespace
@@ -220,15 +229,43 @@ TEST_F(GrpcServerTest, GarbageAndHalfOpenConnectionsAreDroppedAndHurtNobody) {
     const std::string bytes(10'000, '\xA5');
     EXPECT_GT(send(garbage, bytes.data(), bytes.size(), MSG_NOSIGNAL), 0);
     ExpectServed();
-    for (int socket : {silent, garbage}) {
-        // What the server had to say is read until it has closed.
-        char answer[4096];
-        pollfd polled = {socket, POLLIN, 0};
-        ssize_t count = 1;
-        while (count > 0 && poll(&polled, 1, 10'000) == 1) count = recv(socket, answer, sizeof(answer), 0);
-        EXPECT_LE(count, 0);
-        close(socket);
-    }
+    EXPECT_TRUE(WaitForTheEnd(silent));
+    EXPECT_TRUE(WaitForTheEnd(garbage));
+}
+
+// Found with the real program: gRPC takes in a message of any length as a whole before it looks at its limit, and so
+// one stranger's half message of two gigabytes took as much memory.
+TEST_F(GrpcServerTest, AStrangerWhoSendsMuchIsCutOffAndAClientIsNot) {
+    GrpcOptions options;
+    options.strangerBytes = 64u << 10;
+    Listen(options);
+    const int stranger = ConnectSocket(server_->Port());
+    ASSERT_GE(stranger, 0);
+    std::string bytes = "PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n" + std::string("\0\0\0\4\0\0\0\0\0", 9);
+    for (int ping = 0; ping < 5000; ping++) bytes += std::string("\0\0\x08\6\1\0\0\0\0abcdefgh", 17);
+    EXPECT_GT(send(stranger, bytes.data(), bytes.size(), MSG_NOSIGNAL), 0);
+    EXPECT_TRUE(WaitForTheEnd(stranger));
+    RawClient client(server_->Port());
+    const std::string token = client.Open(credentials_);
+    ASSERT_NE(token, "");
+    EXPECT_EQ(client.Call(token, std::string(8u << 20, '\xFF')), grpc::StatusCode::INVALID_ARGUMENT);
+    ExpectServed();
+}
+
+TEST_F(GrpcServerTest, AStrangerWhoDoesNotLogInIsCutOffAndAClientStays) {
+    GrpcOptions options;
+    options.strangerMilliseconds = 500;
+    Listen(options);
+    TestEvents events;
+    const auto link = Connect(events);
+    ASSERT_NE(link, nullptr);
+    const int half = ConnectSocket(server_->Port());
+    ASSERT_GE(half, 0);
+    const std::string preface = "PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n" + std::string("\0\0\0\4\0\0\0\0\0", 9);
+    EXPECT_EQ(send(half, preface.data(), preface.size(), MSG_NOSIGNAL), static_cast<ssize_t>(preface.size()));
+    EXPECT_TRUE(WaitForTheEnd(half));
+    ParamListHolder reply;
+    EXPECT_TRUE(link->Call(1, ParamListHolder(), reply));
 }
 
 TEST_F(GrpcServerTest, SlowLoginsHoldUpNoCallsAndTooManyAreTurnedAwayUnrefused) {

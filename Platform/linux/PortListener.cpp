@@ -1,0 +1,224 @@
+#include "Platform/PortListener.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <linux/tcp.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <unordered_map>
+#include <vector>
+
+#include "Platform/Clock.h"
+#include "Platform/Sync.h"
+#include "Platform/Thread.h"
+#include "Platform/linux/Descriptor.h"
+
+namespace Platform {
+namespace {
+
+constexpr int kWatchMilliseconds = 25;   // between two looks at the strangers
+constexpr int kPauseMilliseconds = 100;  // when a connection cannot be taken, so that it does not wake us at once
+constexpr u32 kTakenInARow = 64;
+
+struct Address {
+    sockaddr_storage storage{};
+    socklen_t size = sizeof storage;
+
+    sockaddr* Get() { return reinterpret_cast<sockaddr*>(&storage); }
+    // In the network's order.
+    in_port_t& Port() {
+        return storage.ss_family == AF_INET6 ? reinterpret_cast<sockaddr_in6&>(storage).sin6_port
+                                             : reinterpret_cast<sockaddr_in&>(storage).sin_port;
+    }
+    // "127.0.0.1:4711", "[::1]:4711".
+    std::string Text() {
+        char text[INET6_ADDRSTRLEN] = "";
+        const bool six = storage.ss_family == AF_INET6;
+        const void* bytes = six ? static_cast<const void*>(&reinterpret_cast<sockaddr_in6&>(storage).sin6_addr)
+                                : &reinterpret_cast<sockaddr_in&>(storage).sin_addr;
+        ::inet_ntop(storage.ss_family, bytes, text, sizeof text);
+        return (six ? "[" + std::string(text) + "]" : std::string(text)) + ":" + std::to_string(ntohs(Port()));
+    }
+};
+
+// The system hands out the lowest free descriptor, so its number tells how many are in use.
+bool RunsShort(int descriptor) {
+    rlimit limit{};
+    const bool known = ::getrlimit(RLIMIT_NOFILE, &limit) == 0;
+    const u64 most =
+        std::min<u64>(known ? limit.rlim_cur : u64{PortListener::MostDescriptors}, PortListener::MostDescriptors);
+    return static_cast<u64>(descriptor) >= most - std::min<u64>(PortListener::SpareDescriptors, most / 4);
+}
+
+// A connection that nobody has admitted. The descriptor is one of our own beside that of whoever serves it.
+struct Stranger {
+    Descriptor socket;
+    u64 deadline = 0;
+
+    // Shut on both sides, as whoever serves it does before closing.
+    bool HasEnded() const {
+        pollfd state{socket.Get(), 0, 0};
+        return ::poll(&state, 1, 0) == 1;
+    }
+    u64 BytesSent() const {
+        tcp_info info{};
+        socklen_t size = sizeof info;
+        const bool known = ::getsockopt(socket.Get(), IPPROTO_TCP, TCP_INFO, &info, &size) == 0 &&
+                           size >= offsetof(tcp_info, tcpi_bytes_received) + sizeof info.tcpi_bytes_received;
+        return known ? info.tcpi_bytes_received : 0;
+    }
+};
+
+}  // namespace
+
+struct PortListener::Impl {
+    // 0, or the system's error.
+    SystemError Listen(Address address) {
+        Descriptor socket(::socket(address.storage.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+        if (!socket.IsOpen()) return static_cast<SystemError>(errno);
+        // The port of a service that has just ended may be taken again; connections inherit that they send at once.
+        const int on = 1;
+        ::setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+        ::setsockopt(socket.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+        if (address.storage.ss_family == AF_INET6) {
+            ::setsockopt(socket.Get(), IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on);
+        }
+        address.Port() = htons(static_cast<std::uint16_t>(port));
+        if (::bind(socket.Get(), address.Get(), address.size) != 0 || ::listen(socket.Get(), SOMAXCONN) != 0 ||
+            ::getsockname(socket.Get(), address.Get(), &address.size) != 0) {
+            return static_cast<SystemError>(errno);
+        }
+        port = ntohs(address.Port());
+        sockets.push_back(std::move(socket));
+        return 0;
+    }
+
+    void Run() {
+        std::vector<pollfd> waiting{{wake.Get(), POLLIN, 0}};
+        for (const Descriptor& socket : sockets) waiting.push_back({socket.Get(), POLLIN, 0});
+        while (!stop.load(std::memory_order_acquire)) {
+            ::poll(waiting.data(), waiting.size(), LookAtStrangers() ? kWatchMilliseconds : -1);
+            for (const Descriptor& socket : sockets) {
+                if (!Take(socket.Get())) ::poll(waiting.data(), 1, kPauseMilliseconds);
+            }
+        }
+    }
+
+    // Whether there are any.
+    bool LookAtStrangers() {
+        const u64 now = SteadyMilliseconds();
+        if (now < nextLook) return true;
+        nextLook = now + kWatchMilliseconds;
+        LockGuard<Mutex> guard(mutex);
+        std::erase_if(strangers, [&](const auto& entry) {
+            const Stranger& stranger = entry.second;
+            if (stranger.HasEnded()) return true;
+            if (now < stranger.deadline && stranger.BytesSent() <= limits.bytes) return false;
+            ::shutdown(stranger.socket.Get(), SHUT_RDWR);
+            return true;
+        });
+        if (strangers.empty()) nextLook = 0;
+        return !strangers.empty();
+    }
+
+    // False when one who waits could not be taken.
+    bool Take(int listening) {
+        for (u32 taken = 0; taken < kTakenInARow; ++taken) {
+            Address peer;
+            Descriptor socket(::accept4(listening, peer.Get(), &peer.size, SOCK_NONBLOCK | SOCK_CLOEXEC));
+            if (!socket.IsOpen()) {
+                if (errno == EINTR || errno == ECONNABORTED) continue;
+                return errno == EAGAIN || errno == EWOULDBLOCK;
+            }
+            Descriptor watched(::fcntl(socket.Get(), F_DUPFD_CLOEXEC, 0));
+            if (!watched.IsOpen() || RunsShort(socket.Get()) || RunsShort(watched.Get())) continue;
+            {
+                LockGuard<Mutex> guard(mutex);
+                strangers.insert_or_assign(peer.Text(),
+                                           Stranger{std::move(watched), SteadyMilliseconds() + limits.milliseconds});
+            }
+            connected(socket.Release());
+        }
+        return true;
+    }
+
+    // Constant after Start().
+    u32 port = 0;
+    std::vector<Descriptor> sockets;
+    Descriptor wake;
+    StrangerLimits limits;
+    Connected connected;
+
+    std::atomic<bool> stop{false};
+    Mutex mutex;
+    std::unordered_map<std::string, Stranger> strangers ORV_GUARDED_BY(mutex);  // by peer
+    u64 nextLook = 0;                                                           // the thread's own
+    Thread thread;
+};
+
+PortListener::PortListener(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+
+PortListener::~PortListener() {
+    Close();
+}
+
+std::unique_ptr<PortListener> PortListener::Open(const std::string& host, u32 port, SystemError& error) {
+    auto impl = std::make_unique<Impl>();
+    impl->port = port;
+    impl->wake = Descriptor(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
+    error = impl->wake.IsOpen() ? 0 : static_cast<SystemError>(errno);
+    addrinfo wanted{};
+    wanted.ai_socktype = SOCK_STREAM;
+    addrinfo* found = nullptr;
+    if (error == 0 && ::getaddrinfo(host.c_str(), nullptr, &wanted, &found) != 0) error = EADDRNOTAVAIL;
+    for (const addrinfo* each = found; each != nullptr && error != EADDRINUSE; each = each->ai_next) {
+        Address address;
+        address.size = each->ai_addrlen;
+        std::copy_n(reinterpret_cast<const char*>(each->ai_addr), each->ai_addrlen,
+                    reinterpret_cast<char*>(&address.storage));
+        const SystemError failed = impl->Listen(address);
+        if (failed != 0) error = failed;
+    }
+    if (found != nullptr) ::freeaddrinfo(found);
+    // A name may stand for an address that this machine does not have; one that somebody else serves is another thing.
+    if (error == EADDRINUSE || impl->sockets.empty()) return nullptr;
+    error = 0;
+    return std::unique_ptr<PortListener>(new PortListener(std::move(impl)));
+}
+
+u32 PortListener::Port() const {
+    return impl_->port;
+}
+
+void PortListener::Start(const char* threadName, StrangerLimits limits, Connected connected) {
+    impl_->limits = limits;
+    impl_->connected = std::move(connected);
+    impl_->thread = Thread(threadName, [this] { impl_->Run(); });
+}
+
+void PortListener::Admit(const std::string& peer) {
+    LockGuard<Mutex> guard(impl_->mutex);
+    impl_->strangers.erase(peer);
+}
+
+void PortListener::Close() {
+    impl_->stop.store(true, std::memory_order_release);
+    const std::uint64_t one = 1;
+    static_cast<void>(!::write(impl_->wake.Get(), &one, sizeof one));
+    if (impl_->thread.Joinable()) impl_->thread.Join();
+    impl_->sockets.clear();
+    LockGuard<Mutex> guard(impl_->mutex);
+    impl_->strangers.clear();
+}
+
+}  // namespace Platform

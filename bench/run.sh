@@ -1,12 +1,38 @@
 #!/usr/bin/env bash
 # Measures: installs what is missing, builds for it, runs, and writes what came of it into bench/README.md.
 #
-#   bench/run.sh             every goal, the curve, and the comparison with other programs (most of an hour)
-#   bench/run.sh goals ...   the goals and the curve; options go to orv-load
-#   bench/run.sh compare ... the comparison; options go to compare.py
+#   bench/run.sh             everything below, one after the other (40 minutes, the first build excepted)
+#   bench/run.sh goals ...   every goal, ten minutes of real time among them; options go to orv-load
+#   bench/run.sh curve ...   the cost of a feed from 10 to 5,000 feeds; options go to orv-load
+#   bench/run.sh compare ... the comparison with other programs; options go to compare.py
 #   bench/run.sh kernels ... the loops by themselves; options go to the benchmark program
+#
+# Ends with 0 when all was measured and every goal met, with 2 when a goal was not met, with 1 when something could not
+# be measured; what could be is in the README in any case.
 set -euo pipefail
+trap 'exit 1' INT TERM  # a part that is broken off ends all of it
 cd "$(dirname "$0")/.."
+
+what=${1:-all}
+[ $# -eq 0 ] || shift
+case $what in
+    all)
+        code=0
+        for part in goals curve compare kernels; do
+            result=0
+            bench/run.sh "$part" || result=$?
+            [ "$code" -eq 1 ] || [ "$result" -eq 0 ] || code=$result
+        done
+        echo "Measured for $((SECONDS / 60)) minutes; the tables are in bench/README.md."
+        exit "$code"
+        ;;
+    goals | curve | compare | kernels) ;;
+    *)
+        sed -n '4,8s/^# *//p' "$0" >&2
+        exit 1
+        ;;
+esac
+
 . cmake/packages.sh
 # shellcheck disable=SC2086
 orv_install $ORV_BENCH_PACKAGES
@@ -19,43 +45,48 @@ fi
 bin=build/bench/bin
 results=build/bench/results
 mkdir -p "$results"
+command="bench/run.sh $what${*:+ $*}"
 
-# Puts a file between the two marks of that name in the README.
-publish() { # mark, file
-    local begin="<!-- measured: $1 -->" end="<!-- end: $1 -->"
-    awk -v begin="$begin" -v end="$end" -v file="$2" '
-        $0 == begin { print; while ((getline line < file) > 0) print line; skip = 1 }
+# Puts what is read between the two marks of this part in the README.
+publish() {
+    local begin="<!-- measured: $what -->" end="<!-- end: $what -->"
+    { printf '`%s`:\n\n' "$command" && cat; } >"$results/$what.part"
+    if ! grep -qxF "$begin" bench/README.md || ! grep -qxF "$end" bench/README.md; then
+        echo "bench/README.md has no place for: $what" >&2
+        exit 1
+    fi
+    awk -v begin="$begin" -v end="$end" -v file="$results/$what.part" '
         $0 == end { skip = 0 }
-        !skip { if ($0 != begin) print }' bench/README.md >"$results/README.md"
+        !skip { print }
+        $0 == begin { while ((getline line < file) > 0) print line; skip = 1 }' bench/README.md >"$results/README.md"
     cat "$results/README.md" >bench/README.md
 }
 
-goals() {
-    local code=0
-    "$bin/orv-load" all --json "$results/goals.json" --markdown "$results/goals.md" --plot "$results/curve.svg" "$@" || code=$?
-    [ "$code" -ne 1 ] || exit 1
-    publish goals "$results/goals.md"
-    [ ! -s "$results/curve.svg" ] || cp "$results/curve.svg" bench/curve.svg
-    return "$code"
-}
-compare() {
-    python3 bench/compare.py --bin "$bin" --markdown "$results/compare.md" "$@"
-    publish compare "$results/compare.md"
+# orv-load, of which 2 means that it measured and something was not as it should be.
+load() {
+    code=0
+    "$bin/orv-load" "$@" --json "$results/$what.json" --markdown "$results/$what.md" || code=$?
+    [ "$code" -eq 0 ] || [ "$code" -eq 2 ] || exit 1
 }
 
-what=${1:-all}
-[ $# -eq 0 ] || shift
+code=0
 case $what in
-    all)
-        code=0
-        goals || code=$?
-        compare
-        exit "$code"
+    goals)
+        load all "$@"
+        publish <"$results/goals.md"
         ;;
-    goals | compare) "$what" "$@" ;;
-    kernels) exec "$bin/orv-bench" "$@" ;;
-    *)
-        sed -n '4,7s/^# *//p' "$0" >&2
-        exit 1
+    curve)
+        [ $# -gt 0 ] || set -- --curve 10,30,100,300,1000,2500,5000 --seconds 10
+        load --plot bench/curve.svg "$@"
+        { cat "$results/curve.md" && printf '\n![The cost of a feed against the number of feeds](curve.svg)\n'; } | publish
+        ;;
+    compare)
+        python3 bench/compare.py --bin "$bin" --markdown "$results/compare.md" "$@"
+        publish <"$results/compare.md"
+        ;;
+    kernels)
+        "$bin/orv-bench" --benchmark_out="$results/kernels.json" --benchmark_out_format=json "$@"
+        python3 bench/kernels.py "$results/kernels.json" | publish
         ;;
 esac
+exit "$code"

@@ -24,7 +24,8 @@ using std::chrono::steady_clock;
 constexpr int kFeeds = 20;
 constexpr long kMemoryKilobytes = 1024;
 
-// Connects at an even pace, round the feeds. One in ten stays for a while and reads; the others leave at once.
+// Connects round the feeds, in bursts that a pump, which takes one client in each pass, cannot take at once, so that
+// they queue. One in ten stays for a while and reads; the others leave at once.
 class Flood {
 public:
     Flood(const Exchange& exchange, Chance& chance) : exchange_(exchange), chance_(chance) {}
@@ -32,10 +33,12 @@ public:
         for (const Guest& guest : guests_) ::close(guest.socket);
     }
 
-    void Run(int connects, milliseconds duration) {
+    // `burst` at once to each feed.
+    void Run(int connects, milliseconds duration, int burst) {
         const auto begin = steady_clock::now();
         for (int i = 0; i < connects; ++i) {
-            while (steady_clock::now() - begin < duration * i / connects) Read();
+            const int together = i - i % (burst * kFeeds);
+            while (steady_clock::now() - begin < duration * together / connects) Read();
             const int socket = TryConnect(exchange_.PipeFile(Feeds::Name(i % kFeeds)));
             if (socket < 0) {
                 ++refused_;
@@ -113,7 +116,7 @@ TEST_F(ClientFlood, ThousandsOfConnectsTakeNoSampleFromWhoListensAndLeaveNothing
     const Footprint before = FootprintOf(exchange_.Feeder().Pid());
     Flood flood(exchange_, chance_);
     const auto begin = steady_clock::now();
-    flood.Run(connects, milliseconds(6 * connects));  // 10,000 in a minute
+    flood.Run(connects, milliseconds(6 * connects), Effort(50, 125));  // 10,000 in a minute
     const auto flooded = steady_clock::now();
     EXPECT_EQ(flood.Refused(), 0);
 
@@ -169,12 +172,13 @@ TEST_F(ClientFlood, AThousandChangesAndAThousandClientsLeaveThreadsDescriptorsAn
     };
     exchange_.Must({"apply", "-"}, rows(0));
     ASSERT_TRUE(exchange_.WaitForLog("Channel  as idle11[32]:Started"));
-    ASSERT_TRUE(WaitForAll(listeners_, 32));
+    // Every feed has played its file once and opened it anew.
+    ASSERT_TRUE(WaitForAll(listeners_, 56));
     const Footprint before = FootprintOf(exchange_.Feeder().Pid());
 
     std::thread visitors([&] {
         Flood flood(exchange_, chance_);
-        flood.Run(clients, milliseconds(6 * clients));
+        flood.Run(clients, milliseconds(6 * clients), 1);
         EXPECT_EQ(flood.Refused(), 0);
     });
     for (int step = changes / kRows - 1; step >= 0; --step) exchange_.Must({"apply", "-"}, rows(step));

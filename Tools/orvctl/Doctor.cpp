@@ -45,6 +45,7 @@ public:
         EnterServicesFolder();
         Platform::SetPipeFolder(settings_.pipeFolder);
         const bool tablesKnown = AskConfiguration();
+        if (tablesKnown && settings_.file != settings_.connectionFile) ConnectAsService();
         ExamineService();
         CheckPipeFolder(settings_.pipeFolder, serviceRuns_, found);
         CheckDisk("the logs", NearestFolder(settings_.dataPath + "Data/Logs"), found);
@@ -61,8 +62,10 @@ private:
     // Names that are not absolute begin where the service works. A file named with -c has been read by now.
     void EnterServicesFolder() {
         Platform::SystemError error = 0;
-        std::string absolute;
-        if (Platform::MakeAbsolutePath(settings_.file, absolute)) settings_.file = absolute;
+        for (std::string* file : {&settings_.file, &settings_.connectionFile}) {
+            std::string absolute;
+            if (Platform::MakeAbsolutePath(*file, absolute)) *file = absolute;
+        }
         // Where that folder is missing, nothing relative can be found, which shows then.
         Platform::SetWorkingDirectory(GetDataDirectory(), error);
     }
@@ -70,7 +73,7 @@ private:
     bool AskConfiguration() {
         try {
             ConnectionOptions options = context_.options;
-            options.configFile = settings_.file;
+            options.configFile = settings_.connectionFile;
             Connection connection(*context_.connector, FindTarget(options));
             plan_.feeds = connection.Rows(Tables()[AudioFeed]);
             plan_.announcements = connection.Rows(Tables()[Announcement]);
@@ -86,6 +89,17 @@ private:
             return false;
         }
         return true;
+    }
+
+    // With the password of the service's own file, which is another one than orvctl's.
+    void ConnectAsService() {
+        try {
+            ConnectionOptions options;
+            options.configFile = settings_.file;
+            const Connection connection(*context_.connector, FindTarget(options));
+        } catch (const ToolError& error) {
+            AddError(error, found);
+        }
     }
 
     void ExamineService() {

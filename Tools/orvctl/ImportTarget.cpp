@@ -101,7 +101,9 @@ ImportTarget FeedTarget(const Row& feed, const std::vector<Row>& feeds, const st
                                    "\" plays the same folder, and does so at its own next round.");
         }
     }
-    target.heard.push_back("To build it at once, with its clients connected: change its --max-volume or --autogain.");
+    target.heard.push_back("To build it at once: orvctl feed rebuild " + name +
+                           ", which makes its clients connect again; a change of its --max-volume or --autogain does "
+                           "it without that.");
     return target;
 }
 

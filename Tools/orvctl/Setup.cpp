@@ -9,6 +9,7 @@
 #include "Platform/PrivateFile.h"
 #include "Platform/Random.h"
 #include "Platform/ServiceManager.h"
+#include "Platform/Thread.h"
 #include "ServiceProcess/CommonSettings.h"
 #include "Tools/orvctl/Report.h"
 #include "Tools/orvctl/SettingsText.h"
@@ -20,6 +21,9 @@ namespace {
 constexpr u64 kLargestSettings = 1 << 20;
 constexpr char kLocalHost[] = "127.0.0.1";
 constexpr char kDefaultFileParameter[] = "DEFAULTAUDIOFILE";
+constexpr char kFirstFeed[] = "default";
+constexpr u32 kFirstFeedMilliseconds = 10'000;
+constexpr u32 kLookMilliseconds = 50;
 
 // A user of the Configuration service with the settings file that holds its password.
 struct Account {
@@ -256,9 +260,10 @@ private:
             changes.push_back({Tables()[AudioFeed].name,
                                Action::Add,
                                0,
-                               "default",
-                               {{"thename", std::string("default")}, {"feedtype", 0}}});
-            report_.made.push_back("Feed default, which plays the default stream");
+                               kFirstFeed,
+                               {{"thename", std::string(kFirstFeed)}, {"feedtype", 0}}});
+            report_.made.push_back(std::string("Feed ") + kFirstFeed + ", which plays the default stream");
+            report_.madeFeed = true;
         }
         return changes;
     }
@@ -272,6 +277,18 @@ private:
     std::unique_ptr<Platform::IFileLock> lock_;
     std::unique_ptr<Users> users_;
 };
+
+// The service counts as started before it has its tables. Whether the first feed came within some seconds.
+bool WaitForFirstFeed() {
+    CommonSettings settings;
+    settings.Load(kService.file);
+    const std::string pipe = settings.GetValue("[General].PipePath").AsString() + "/" + kFirstFeed;
+    for (u32 waited = 0; !Platform::PathExists(pipe); waited += kLookMilliseconds) {
+        if (waited >= kFirstFeedMilliseconds) return false;
+        Platform::SleepMilliseconds(kLookMilliseconds);
+    }
+    return true;
+}
 
 Json ToJson(const SetupReport& report, const char* services) {
     Json json = {{"made", Json::array()}, {"kept", Json::array()}, {"services", services}};
@@ -304,6 +321,11 @@ void RunSetup(const CommandContext& context, const SetupOptions& options) {
              ExitCode::ServiceFailed);
     }
     const bool started = outcome == Platform::UnitOutcome::Done;
+    if (started && report.madeFeed && !WaitForFirstFeed()) {
+        Fail(std::string("The services have been started, but the feed ") + kFirstFeed +
+                 " is not there yet; `orvctl doctor` tells why",
+             ExitCode::ServiceFailed);
+    }
     if (context.options.json) return PrintJson(ToJson(report, started ? "started" : "not started"));
     if (started) return Print("The services run. Listen:  orv-listen default --meter\n");
     Print(options.root.empty() ? "No service manager runs here. Start orv-config, then orv-audio-feed, as their units "

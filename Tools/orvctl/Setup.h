@@ -22,6 +22,7 @@ inline constexpr u32 SetupPort = 5485;
 struct SetupReport {
     std::vector<std::string> made;
     std::vector<std::string> kept;
+    bool madeFeed = false;
 };
 
 // Makes both users with their settings files, a first feed and the default sound, each only where it is missing, by
@@ -29,7 +30,8 @@ struct SetupReport {
 // was made until then stays, and a second run goes on from there.
 SetupReport SetUp(VX::ILinkConnector& connector, const SetupOptions& options);
 
-// The command: SetUp(), then the services are started, unless a root was given.
+// The command: SetUp(), then the services are started, unless a root was given; it waits until a feed that it has made
+// can be heard, ten seconds at most.
 void RunSetup(const CommandContext& context, const SetupOptions& options);
 
 }  // namespace Orv

@@ -21,6 +21,18 @@ std::string TextOf(CommonSettings& settings, const char* name, const std::string
     return value.Exists() ? value.AsString() : absent;
 }
 
+// An administrator's own settings file tells how to connect and no more: what the service does stands in the file
+// beside it. One that says anything of the service itself is the service's own.
+std::string ServiceFileOf(const std::string& file) {
+    CommonSettings settings;
+    if (!settings.Load(file.c_str())) return file;
+    for (const char* name : {"[General].AppDataPath", "[General].PipePath", "[General].StatusPath"}) {
+        if (settings.GetValue(name).Exists()) return file;
+    }
+    const std::string beside = file.substr(0, file.find_last_of('/') + 1) + "OrvPhoneSystem.ini";
+    return Platform::PathExists(beside) ? beside : file;
+}
+
 std::string HowToTellState(const std::string& file) {
     return "The audio feed service does not tell its state: write StatusPath=/run/Orv/status/feed under [General] in " +
            file + " and restart it with `systemctl restart orv-audio-feed`";
@@ -53,7 +65,8 @@ ServiceView LookAtService(const ConnectionOptions& options) {
 
 ServiceSettings ReadServiceSettings(const ConnectionOptions& options) {
     ServiceSettings result;
-    result.file = SettingsFileOf(options);
+    result.connectionFile = SettingsFileOf(options);
+    result.file = ServiceFileOf(result.connectionFile);
     CommonSettings settings;
     if (!settings.Load(result.file.c_str())) {
         const bool there = Platform::PathExists(result.file);

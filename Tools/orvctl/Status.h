@@ -11,14 +11,16 @@ namespace Orv {
 // What the service's settings file says about where things are. Nothing here needs a connection.
 struct ServiceSettings {
     std::string file;
-    std::string dataPath;    // with a closing separator
-    std::string pipeFolder;  // as set, or the usual one
-    std::string statusPath;  // empty: the state is not told
-    std::string user;        // as whom the service connects
+    std::string connectionFile;  // how orvctl connects; often the same
+    std::string dataPath;        // with a closing separator
+    std::string pipeFolder;      // as set, or the usual one
+    std::string statusPath;      // empty: the state is not told
+    std::string user;            // as whom the service connects
     std::vector<std::string> preload;
     std::vector<std::string> messages;  // what the file's reader objects to
 };
 
+// Reads the options' settings file or, when that says nothing of the service, OrvPhoneSystem.ini in the same folder.
 // Throws ToolError when there is no file, or when it cannot be opened.
 ServiceSettings ReadServiceSettings(const ConnectionOptions& options);
 

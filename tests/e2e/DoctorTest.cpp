@@ -79,6 +79,20 @@ TEST_F(Doctor, FindsAWrongPassword) {
     Expect(kFault, "refuses user \"feeder\" with this password", "orv-config user passwd feeder");
 }
 
+// As the packages set it up, with a file of the administrator's own. orvctl looked for the service's folders and state
+// in that file, found none, and had nothing to tell of an installed system.
+TEST_F(Doctor, WithTheAdministratorsOwnFileTheServicesFileBesideItIsLookedAtToo) {
+    StartFeeder();
+    EXPECT_EQ(exchange_.Ctl({"doctor"}).output, "Nothing is wrong.\n");
+    EXPECT_THAT(exchange_.Ctl({"status"}).output, AllOf(HasSubstr("PIPE"), HasSubstr("music")));
+    std::string text = ReadFileText(exchange_.SettingsFile());
+    text.replace(text.find("feeder-password"), 15, "not-the-password");
+    WriteFileText(exchange_.SettingsFile(), text);
+    const RunResult result = exchange_.Ctl({"doctor"});
+    EXPECT_EQ(result.exitCode, kFault);
+    EXPECT_THAT(result.output, HasSubstr("refuses user \"feeder\" with this password"));
+}
+
 TEST_F(Doctor, FindsThatTheServiceIsDownOrWasKilled) {
     Expect(kFault, "The audio feed service is down: nobody has made " + Socket(), "systemctl start orv-audio-feed");
     StartFeeder();

@@ -6,6 +6,8 @@
 #
 #   --output DIR    where the packages go (default build/packages); what an earlier run left there is replaced
 #   --fast          little compression and no packages of debug symbols, for tests
+#
+# DEBFULLNAME and DEBEMAIL, when both are set, name the maintainer in place of the developers.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -17,7 +19,7 @@ while [ $# -gt 0 ]; do
         --binaries) binaries=$(realpath "${2:?--binaries needs a folder}"); shift 2 ;;
         --output) output=${2:?--output needs a folder}; shift 2 ;;
         --fast) fast=1; shift ;;
-        *) sed -n '2,9s/^# \{0,1\}//p' "$0" >&2; exit 2 ;;
+        *) sed -n '2,11s/^# \{0,1\}//p' "$0" >&2; exit 2 ;;
     esac
 done
 for tool in dpkg-buildpackage dh; do
@@ -39,6 +41,10 @@ mkdir -p "$stage/orv"
 cp -r packaging/debian "$stage/orv/debian"
 cp -r packaging/man packaging/completion packaging/log-clean packaging/log-clean.conf packaging/default-sound.py \
     docs/guide.md docs/consumers.md "$stage/orv/"
+if [ -n "${DEBFULLNAME:-}" ] && [ -n "${DEBEMAIL:-}" ]; then
+    maintainer=$(printf '%s <%s>' "$DEBFULLNAME" "$DEBEMAIL" | sed 's/[&|\\]/\\&/g')
+    sed -i "s|^Maintainer: .*|Maintainer: $maintainer|" "$stage/orv/debian/control"
+fi
 options=${DEB_BUILD_OPTIONS:-}
 if [ -n "$fast" ]; then
     options="$options noautodbgsym"

@@ -48,6 +48,11 @@ if [ -z "$pipes" ]; then
     pipes=$PWD/run/pipe
     [ ${#pipes} -le 80 ] || pipes=/tmp/orv-$(id -u)/pipe
 fi
+if [ "$pipes" != "$PWD/run/pipe" ]; then
+    # So that the README's lines find them.
+    ln -sfnT "$pipes" run/pipe
+    ln -sfnT "$(dirname "$pipes")/status" run/status
+fi
 
 # --- music and prompts ----------------------------------------------------------------------------------------------
 prompts=$data/Data/Ivr/Prompts

@@ -7,7 +7,7 @@ asterisk-moh-opsound-wav asterisk-core-sounds-en asterisk-core-sounds-en-wav"
 
 # Proves it.
 ORV_TEST_PACKAGES="$ORV_RUN_PACKAGES clang libclang-rt-14-dev clang-format libgtest-dev libgmock-dev sox ffmpeg
-util-linux ccache binutils python3 dpkg-dev debhelper lintian systemd man-db zsh fish
+util-linux ccache binutils python3 dpkg-dev debhelper lintian systemd man-db zsh fish adduser passwd curl
 alsa-utils gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good"
 
 # Measures it, beside others.

@@ -5,6 +5,7 @@
 #include <system_error>
 #include <vector>
 
+#include "Platform/ProcessFigures.h"
 #include "Platform/Thread.h"
 #include "VX/GrpcClient.h"
 
@@ -17,6 +18,8 @@ constexpr u32 kLibraryThreads = 8;
 constexpr u32 kMostMilliseconds = 60'000;
 // What the transport may hold of messages under way: a reply and a signal of the most that they may be, and room.
 constexpr std::size_t MaxTransportBytes = 256u << 20;
+// Its own and the connection's, with some to spare; without them it ends the process.
+constexpr u64 kLibraryFiles = 8;
 
 grpc::ChannelArguments MakeArguments(const GrpcOptions& options) {
     grpc::ChannelArguments arguments;
@@ -34,6 +37,12 @@ grpc::ChannelArguments MakeArguments(const GrpcOptions& options) {
     arguments.SetInt(GRPC_ARG_ENABLE_HTTP_PROXY, 0);
     arguments.SetInt(GRPC_ARG_SERVICE_CONFIG_DISABLE_RESOLUTION, 1);
     return arguments;
+}
+
+// Whether so many more files can be opened. Where not even they can be counted, none can.
+bool HasRoomForFiles(u64 count) {
+    const Platform::ProcessFigures figures = Platform::ReadProcessFigures();
+    return figures.openFiles != 0 && figures.openFiles + count <= figures.openFilesLimit;
 }
 
 // Whether so many threads can be had at one time.
@@ -76,6 +85,7 @@ private:
     bool HoldLibrary() {
         Platform::LockGuard guard(mutex_);
         if (held_ != nullptr) return true;
+        if (!HasRoomForFiles(kLibraryFiles)) return false;
         if (!HasRoomForThreads(kLibraryThreads + std::clamp(gpr_cpu_num_cores(), 2u, 16u))) return false;
         // It is never used, and so never connects.
         held_ =

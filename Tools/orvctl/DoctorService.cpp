@@ -35,8 +35,9 @@ void CheckFeedState(const Json& feed, Ailments& ailments) {
     }
     if (const std::string error = TextOf(feed, "pipe_error"); !error.empty()) {
         ailments.Add(Severity::Fault, name + " cannot serve its pipe: " + error,
-                     "let the service's user write to the folder of the pipes (PipePath under [General]), and end "
-                     "whatever else serves that name; it is tried again at once");
+                     "let the service's user write to the folder of the pipes (PipePath under [General]), end whatever "
+                     "else serves that name, and raise LimitNOFILE= of the unit when too many files are open; it is "
+                     "tried again at once");
     }
     if (const double waits = NumberOf(feed, "write_milliseconds"); waits > kStalledMilliseconds) {
         ailments.Add(

@@ -181,6 +181,13 @@ bool WaitForState(const Exchange& exchange, const std::function<bool(const Json&
         milliseconds);
 }
 
+namespace {
+
+constexpr const char* kPassingThreads[] = {"default-exec", "event_engine", "grpc_",
+                                           "read ",        "resolver-exe", "timer_manager"};
+
+}  // namespace
+
 Footprint FootprintOf(pid_t process) {
     const std::string folder = "/proc/" + std::to_string(process);
     Footprint footprint;
@@ -195,11 +202,29 @@ Footprint FootprintOf(pid_t process) {
     };
     footprint.threads = number("status", "Threads:");
     footprint.privateDirtyKilobytes = number("smaps_rollup", "Private_Dirty:");
+    for (const auto& task : fs::directory_iterator(folder + "/task")) {
+        std::string name = ReadFileText(task.path().string() + "/comm");
+        if (!name.empty() && name.back() == '\n') name.pop_back();
+        const bool passing = std::any_of(std::begin(kPassingThreads), std::end(kPassingThreads),
+                                         [&](const char* start) { return name.rfind(start, 0) == 0; });
+        if (!passing && !name.empty()) footprint.ownThreads.insert(name);
+    }
     for (const auto& entry : fs::directory_iterator(folder + "/fd")) {
         static_cast<void>(entry);
         ++footprint.descriptors;
     }
     return footprint;
+}
+
+Footprint SteadyFootprintOf(pid_t process) {
+    Footprint last = FootprintOf(process);
+    for (int same = 0, looks = 0; same < 10 && looks < 1000; ++looks) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        Footprint next = FootprintOf(process);
+        same = next.descriptors == last.descriptors ? same + 1 : 0;
+        last = std::move(next);
+    }
+    return last;
 }
 
 std::vector<std::string> ProcessesNaming(const std::string& text) {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -80,10 +81,14 @@ bool WaitForState(const Exchange& exchange, const std::function<bool(const Json&
 // What a process takes of the system.
 struct Footprint {
     long threads = 0;
+    // The names of those that are the service's own and stay: gRPC's pools and the readers of the disk grow and shrink.
+    std::multiset<std::string> ownThreads;
     long descriptors = 0;
     long privateDirtyKilobytes = 0;
 };
 Footprint FootprintOf(pid_t process);
+// The same when its descriptors have not changed for a while: a file may just be closed and opened anew.
+Footprint SteadyFootprintOf(pid_t process);
 
 // Connected to a pipe without waiting; -1 and errno when that fails.
 int TryConnect(const std::string& path);

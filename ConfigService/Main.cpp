@@ -3,6 +3,7 @@
 
 #include "ConfigService/ServeCommand.h"
 #include "ConfigService/UserCommands.h"
+#include "Platform/OutOfMemory.h"
 #include "Platform/Path.h"
 #include "Platform/ServiceControl.h"
 
@@ -68,6 +69,7 @@ void Describe(CLI::App& app, CommandLine& line) {
 
 int main(int argc, char** argv) {
     Platform::PrepareProcess();
+    Platform::EndWhenOutOfMemory();
     CommandLine line;
     line.serve.database = Platform::ProgramDataFolder() + "/Orv/Config/orv-config.db";
     CLI::App app{"Keeps the configuration tables and serves them to the audio feed service and to orvctl.",

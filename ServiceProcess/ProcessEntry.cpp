@@ -3,6 +3,7 @@
 #include <exception>
 #include <iostream>
 
+#include "Platform/OutOfMemory.h"
 #include "ServiceProcess/CommandLine.h"
 #include "ServiceProcess/DataDirectory.h"
 #include "ServiceProcess/ServiceHost.h"
@@ -14,6 +15,7 @@ i32 ProcessEntry(i32 argc, char** argv, MakeHost make) {
         PrintUsage();
         return 0;
     }
+    Platform::EndWhenOutOfMemory();
     try {
         // Before the command line, so that a relative settings file is always relative to the data directory. The
         // process goes on wherever it stands when this fails.

@@ -9,8 +9,9 @@ namespace Orv {
 using MakeHost = void (*)(i32 argc, char** argv);
 
 // The whole life of the process: the usage, or the data directory, the options, the host and its run. Returns the exit
-// code: 0, also when the application could not start, and -3 after a standard exception, told on standard error.
-// Platform::PrepareProcess() must have been called.
+// code: 0, also when the application could not start, and -3 after a standard exception, told on standard error. Want
+// of memory ends the process from here on, see Platform/OutOfMemory.h. Platform::PrepareProcess() must have been
+// called.
 i32 ProcessEntry(i32 argc, char** argv, MakeHost make);
 
 }  // namespace Orv

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Platform/Files.h"
+#include "Platform/OutOfMemory.h"
 #include "Platform/Path.h"
 #include "Projects/Common/VoIPFileEngine/ResampleTo8k.h"
 #include "Projects/Common/VoIPFileEngine/WaveFormat.h"
@@ -141,6 +142,7 @@ PageBytes ReadBytes(FileCursor& cursor, u64 count) {
 
 // Null when it fails, for whatever reason.
 PageBytes Resample(const u8* bytes, u64& byteCount, u32 rate) try {
+    const Platform::MemoryMayFail mayFail;  // the file then plays from disk, or not at all
     const std::vector<i16> resampled =
         ResampleTo8k(reinterpret_cast<const i16*>(bytes), static_cast<u32>(byteCount / sizeof(i16)), rate);
     if (resampled.empty()) return nullptr;

@@ -26,6 +26,7 @@ public:
         if (const u32 delay = file_->ReadDelay(); delay != 0) {
             Sim::SleepUntil(Sim::Clock().SteadyNanoseconds() + delay * Sim::kNanosecondsPerMillisecond);
         }
+        if (Sim::Failures().Fails(Sim::Operation::Read, file_->node->name)) return 0;
         Sim::PathFaults& faults = *file_->faults;
         while (faults.hang) Sim::BlockOrThrow(faults.hanging, Sim::kNever, {"a read that hangs"});
         if (faults.FailsRead(position, count)) {
@@ -47,6 +48,7 @@ public:
     bool Write(const void* data, u64 size) override {
         Sim::SchedulingPoint();
         Sim::SimFiles::Impl& world = *file_->world;
+        if (Sim::Failures().Fails(Sim::Operation::Write, file_->node->name)) return false;
         const u64 taken = std::min(size, world.freeSpace);
         if (world.freeSpace != Sim::SimFiles::End) world.freeSpace -= taken;
         std::string& bytes = file_->node->bytes;
@@ -100,7 +102,7 @@ std::unique_ptr<IWriteFile> CreateWriteFile(const std::string& path, SystemError
 bool PathExists(const std::string& path) {
     Sim::SchedulingPoint();
     SystemError error = 0;
-    return World().Find(path, error) != nullptr;
+    return !Sim::Failures().Fails(Sim::Operation::Path, path) && World().Find(path, error) != nullptr;
 }
 
 bool CreateFolder(const std::string& path, SystemError& error) {

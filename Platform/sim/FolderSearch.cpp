@@ -32,6 +32,7 @@ public:
 
     bool Next(std::string& name, bool& isFolder) override {
         Sim::SchedulingPoint();
+        if (folder_ != nullptr && Sim::Failures().Fails(Sim::Operation::Entry, folder_->name)) return false;
         while (next_ < names_.size()) {
             const auto child = folder_->Child(names_[next_++]);
             if (child == nullptr) continue;

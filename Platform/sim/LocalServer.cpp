@@ -1,6 +1,7 @@
 #include "Platform/LocalServer.h"
 
 #include <cerrno>
+#include <system_error>
 #include <utility>
 
 #include "Platform/sim/Scheduler.h"
@@ -17,6 +18,9 @@ struct LocalServer::Impl {
 LocalServer::LocalServer(const std::string& path, const char*, LocalAnswer answer, LocalServerEvent event,
                          LocalServerLimits)
     : impl_(std::make_unique<Impl>(Impl{path, std::move(answer), false})) {
+    if (Sim::Failures().Fails(Sim::Operation::ServeSocket, path)) {
+        throw std::system_error(std::make_error_code(std::errc::too_many_files_open), "local server");
+    }
     impl_->serves = Sim::CurrentWorld().localServers.byPath.try_emplace(path, &impl_->answer).second;
     event(impl_->serves ? 0 : EADDRINUSE);
 }

@@ -1,5 +1,7 @@
 #include "Platform/Memory.h"
 
+#include <string>
+
 #include "Platform/sim/World.h"
 
 namespace Platform {
@@ -28,6 +30,7 @@ u32 PageSize() {
 }
 
 bool LockMemory(const void* data, u64 size) {
+    if (Sim::Failures().Fails(Sim::Operation::LockMemory, std::to_string(size))) return false;
     return Sim::CurrentWorld().memory.Lock(data, size);
 }
 

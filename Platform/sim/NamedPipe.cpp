@@ -24,7 +24,9 @@ SimPipeTable& Table() {
 }
 
 // The failure that `name` has for an operation; 0 for none.
-SystemError TakeFault(SimPipeTable& table, const std::string& name, PipeFault PipeFaults::*kind) {
+SystemError TakeFault(SimPipeTable& table, const std::string& name, PipeFault PipeFaults::*kind,
+                      Sim::Operation operation) {
+    if (Sim::Failures().Fails(operation, name)) return EMFILE;
     if (table.faults.empty()) return 0;
     const auto found = table.faults.find(PipeFileName(name));
     return found == table.faults.end() ? 0 : (found->second.*kind).TakeError();
@@ -77,7 +79,7 @@ private:
     ConnectState Poll(SystemError& error) {
         error = 0;
         if (connection_ != nullptr) return ConnectState::Connected;
-        error = TakeFault(*table_, server_->name, &PipeFaults::polls);
+        error = TakeFault(*table_, server_->name, &PipeFaults::polls, Sim::Operation::PollInstance);
         if (error != 0) return ConnectState::Failed;
         if (server_->waiting.empty()) return ConnectState::Pending;
         connection_ = std::move(server_->waiting.front());
@@ -91,6 +93,7 @@ private:
         ++table_->counters.writes;
         Sim::SchedulingPoint();
         if (connection_ == nullptr || connection_->clientGone) return -1;
+        if (Sim::Failures().Fails(Sim::Operation::WritePipe, server_->name)) return -1;
         u64 count = std::min<u64>(size, Sim::SimPipes::Capacity);
         if (table_->writeLimit != 0) count = std::min(count, table_->writeLimit);
         std::optional<ThreadWaitScope> waiting;
@@ -133,7 +136,7 @@ public:
 
     std::unique_ptr<IPipeInstance> CreateInstance(SystemError& error) override {
         Sim::SchedulingPoint();
-        error = TakeFault(*table_, name_, &PipeFaults::instances);
+        error = TakeFault(*table_, name_, &PipeFaults::instances, Sim::Operation::OpenInstance);
         std::unique_ptr<IPipeInstance> instance;
         if (error == 0 && (server_ != nullptr || Serve(error))) {
             instance = std::make_unique<SimPipeInstance>(table_, server_);
@@ -182,7 +185,7 @@ public:
     Outcome Read(void* destination, u64 size, u32 timeoutMilliseconds, u64& taken, SystemError& error) override {
         Sim::SchedulingPoint();
         taken = 0;
-        error = TakeFault(*table_, name_, &PipeFaults::reads);
+        error = TakeFault(*table_, name_, &PipeFaults::reads, Sim::Operation::ReadPipe);
         if (error != 0) return Outcome::Closed;
         const u64 end = Sim::Clock().SteadyNanoseconds() + timeoutMilliseconds * Sim::kNanosecondsPerMillisecond;
         while (connection_->used == 0) {
@@ -228,7 +231,7 @@ std::unique_ptr<IPipeClient> ConnectPipe(const std::string& name, SystemError& e
 std::unique_ptr<IPipeClient> ConnectPipeWithin(const std::string& name, u32 milliseconds, SystemError& error) {
     Sim::SchedulingPoint();
     SimPipeTable& table = Table();
-    error = TakeFault(table, name, &PipeFaults::connects);
+    error = TakeFault(table, name, &PipeFaults::connects, Sim::Operation::ConnectPipe);
     std::string key;
     if (error != 0 || !table.MakeKey(name, key, error)) return nullptr;
     const u64 end = Sim::Clock().SteadyNanoseconds() + milliseconds * Sim::kNanosecondsPerMillisecond;

@@ -1,6 +1,7 @@
 #include "Platform/OverlappedFile.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 
 #include "Platform/Path.h"
@@ -52,6 +53,9 @@ private:
         if (file_->faults->hang || Sim::Clock().SteadyNanoseconds() < dueTime_) return;
         if (file_->faults->FailsRead(position_, length_)) {
             error_ = file_->faults->readError;
+            state_ = ReadState::Failed;
+        } else if (Sim::Failures().Fails(Sim::Operation::Read, file_->node->name)) {
+            error_ = EIO;
             state_ = ReadState::Failed;
         } else {
             bytes_ = static_cast<u32>(file_->Copy(position_, data_, length_));

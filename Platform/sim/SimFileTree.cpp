@@ -153,6 +153,8 @@ std::shared_ptr<PathFaults> SimFiles::Impl::SharedFaultsOf(const std::string& pa
 
 bool SimFiles::Impl::Reach(const std::string& path, SystemError& error) {
     SchedulingPoint();
+    error = EIO;
+    if (Failures().Fails(Operation::Path, path)) return false;
     const auto found = faults.find(LowerAscii(Absolute(path)));
     error = 0;
     if (found == faults.end()) return true;

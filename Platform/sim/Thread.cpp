@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "Platform/sim/Scheduler.h"
+#include "Platform/sim/SimFailures.h"
 
 namespace Platform {
 
@@ -20,6 +21,9 @@ Thread::Thread(const char* name, std::function<void()> body) {
     if (scheduler == nullptr) {
         throw std::system_error(std::make_error_code(std::errc::operation_not_permitted),
                                 "no simulation runs that could have a thread");
+    }
+    if (Sim::Failures().Fails(Sim::Operation::StartThread, name)) {
+        throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again), "thread start");
     }
     impl_ = std::make_unique<Impl>();
     impl_->fiber = scheduler->Start(name, std::move(body));

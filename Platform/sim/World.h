@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Platform/sim/SimClock.h"
+#include "Platform/sim/SimFailures.h"
 #include "Platform/sim/SimFiles.h"
 #include "Platform/sim/SimLocalServers.h"
 #include "Platform/sim/SimMemory.h"
@@ -16,6 +17,7 @@ struct World {
 
     SimClock clock;
     SimRandom random;
+    SimFailures failures;
     SimFiles files;
     SimLocalServers localServers;
     SimMemory memory;

@@ -2,7 +2,6 @@
 
 #include <exception>
 #include <iterator>
-#include <stdexcept>
 #include <system_error>
 #include <vector>
 
@@ -144,10 +143,9 @@ void AudioFeederHost::StartUp(CommonSettings& settings) {
     if (IsManaged()) watch_ = std::make_unique<ServiceWatch>();
 
     InstallLibraryListeners();
-    // Without its thread no connection would ever come to be, so this start ends and the next one may have more luck.
+    // Without its thread there is no connection; each try to connect tries this too.
     if (VXInitialize("AudioProvider", 0, 0) != 0) {
         ORV_LOG(Error) << "Cannot start thread for the events of the Configuration service";
-        throw std::runtime_error("Cannot start thread for the events of the Configuration service");
     }
     ConfigConnection::ChangeListener.store(&OnConfigUpdate, std::memory_order_release);
 }
@@ -209,6 +207,8 @@ AudioFeederHost::ConnectionSettings AudioFeederHost::ReadConnectionSettings(Comm
 bool AudioFeederHost::TryConnect(const ConnectionSettings& connection) {
     ORV_LOG(Info) << "Connecting to Configuration service on " << connection.confNic << ":" << connection.confPort
                   << "...";
+    // Once more if it could not start its thread; otherwise nothing happens.
+    VXInitialize("AudioProvider", 0, 0);
     const std::string credentials = connection.confUser + ":" + connection.confPass;
     if (!ConfigConnection::Connect(connection.confNic.c_str(), static_cast<u32>(connection.confPort), kTables,
                                    static_cast<u32>(std::size(kTables)), credentials.c_str(),

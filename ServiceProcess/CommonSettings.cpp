@@ -62,7 +62,12 @@ bool CommonSettings::Load(const char* path) {
         const std::string_view line = Trim(text);
         if (!line.empty() && !BeginsComment(line)) current = ParseLine(line, current);
     }
-    return true;
+    if (reader.ReadAll()) return true;
+    // A part of the settings is not taken for the whole: what is missing would be defaults that nobody chose.
+    messages.push_back(std::string("Config.Error: Can not read file '") + path + "'");
+    children.clear();
+    valuesByKey.clear();
+    return false;
 }
 
 // Returns the section that the lines behind this one belong to.

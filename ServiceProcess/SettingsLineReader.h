@@ -16,6 +16,8 @@ public:
     // The next line without its line feed. False at the end; a last line without a line feed counts. Waits for the
     // disk.
     bool Next(std::string& line);
+    // Behind the last line: whether the whole file has come, as long as it was when it was opened.
+    bool ReadAll() const { return position_ >= file_.Size(); }
 
 private:
     bool Refill();

@@ -306,6 +306,37 @@ TEST_F(HostTest, ALostConnectionIsNeverMadeAgainAndTheChannelsPlayOn) {
     }
 }
 
+// It was started once only: without it every try to connect failed, for as long as the process ran.
+TEST_F(HostTest, TheThreadOfTheEventsThatCouldNotStartIsStartedAtTheNextTry) {
+    sim_.Files().AddFile(kSettings, kConnection);
+    config_.Put("AUDIOFEED", 1, {{"idaudiofeed", 1}, {"pipename", "p"}, {"thename", "x"}, {"feedtype", 3}});
+    sim_.FailThreadStarts(1, 4);  // behind the driver, the service and its two watches
+    Serve([&] {
+        Sleep(1'000);
+        EXPECT_EQ(Count("Connected to Configuration service"), 1U) << "the first try has started it";
+        EXPECT_TRUE(sim_.Pipes().IsServed("p"));
+        Stop();
+    });
+}
+
+// The exception went through the whole reload: no feed was built, and none until its row changed.
+TEST_F(HostTest, AMissingThreadOfTheDefaultStreamTakesNoFeedWithIt) {
+    sim_.Files().AddFile(kSettings, kConnection);
+    config_.PutParameter(1, "DEFAULTAUDIOFILE", "/root/a.raw");
+    config_.Put("AUDIOFEED", 1, {{"idaudiofeed", 1}, {"pipename", "p"}, {"thename", "x"}, {"feedtype", 0}});
+    sim_.Files().AddFile("/root/a.raw", RawBytes(Noise(24'000, 1)));
+    sim_.FailThreadStarts(1, 5);  // behind those and that of the events
+    Serve([&] {
+        Sleep(1'000);
+        Samples heard = Client("p").ReadBlocks(12);
+        EXPECT_EQ(Count("Cannot start thread of musicbox 'defaultset:'"), 1U);
+        // It starts with the file that it gets next; its first chunk comes a second later.
+        heard.erase(heard.begin(), std::find_if(heard.begin(), heard.end(), [](i16 sample) { return sample != 0; }));
+        EXPECT_GT(heard.size(), 1'000U) << "the default stream is heard";
+        Stop();
+    });
+}
+
 TEST_F(HostTest, ADisconnectOfAnotherApplicationThanTheConnectedOneChangesNothing) {
     sim_.Files().AddFile(kSettings, kConnection);
     Serve([&] {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <random>
 
 #include "Platform/sim/Simulation.h"
@@ -41,6 +42,22 @@ TEST_F(CommonSettingsTest, ReadsKeysOfSectionsAndOfTheRoot) {
     EXPECT_TRUE(settings_.messages.empty());
     EXPECT_EQ(settings_.fileName, "/s.ini");
     EXPECT_EQ(settings_.lineNumber, 6u);
+}
+
+// A disk that failed was taken for the end of the file: the service ran with defaults for all that stood behind.
+TEST_F(CommonSettingsTest, AFileThatCannotBeReadToItsEndIsNotLoadedAndLeavesNoPartOfItself) {
+    const std::string text = "top=1\n[General]\nAppDataPath=/data\n" + std::string(300, '#') + "\nlast=1\n";
+    for (const u64 firstBad : {0, 280}) {
+        Platform::Sim::Files().FailReads("/s.ini", EIO, firstBad);
+        EXPECT_FALSE(Load(text));
+        EXPECT_FALSE(Get("top").Exists());
+        settings_.messages.clear();
+        EXPECT_FALSE(Get("[General].AppDataPath").Exists());
+        EXPECT_EQ(settings_.messages.size(), 1U) << "the section is not there";
+    }
+    Platform::Sim::Files().ClearFaults();
+    EXPECT_TRUE(Load(text));
+    EXPECT_EQ(Get("[General].AppDataPath").AsString(), "/data");
 }
 
 TEST_F(CommonSettingsTest, AKeyWithoutAValueGivesAWarningExistsAndReadsAsEmpty) {

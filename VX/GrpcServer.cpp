@@ -10,7 +10,7 @@ namespace VX {
 namespace {
 
 // What a client may have under way at a time on one transport connection.
-constexpr int MaxStreams = 64;
+constexpr int MaxStreams = 16;
 
 void SetArguments(grpc::ServerBuilder& builder, const GrpcOptions& options) {
     const auto milliseconds = [](u32 value) { return static_cast<int>(value); };

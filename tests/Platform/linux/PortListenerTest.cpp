@@ -127,8 +127,8 @@ TEST_F(PortListenerTest, WhoComesWhenDescriptorsRunShortIsTurnedAwayAndTheListen
     std::vector<Descriptor> strangers;
     u32 turnedAway = 0;
     for (int i = 0; i < 60; ++i) {
-        strangers.push_back(Connect());
         const u32 taken = count_.load();
+        strangers.push_back(Connect());
         for (int tries = 0; tries < 1000 && count_.load() == taken; ++tries) {
             if (Ends(strangers.back(), 10)) {
                 ++turnedAway;

@@ -12,8 +12,9 @@
 
 namespace OrvTest {
 
-// Why no disk can be mounted here; empty when it can.
+// Why no disk can be mounted here, or none that hangs; empty when it can.
 std::string WhyNoDisks();
+std::string WhyNoFuseDisks();
 
 // A disk in memory on `folder`, for the user that the processes run as. To go before the folder does.
 class SmallDisk {

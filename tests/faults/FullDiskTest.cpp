@@ -209,7 +209,7 @@ TEST_F(FullDatabaseDisk, RefusesChangesWithAdviceAndLosesNoneAndReadsGoOn) {
     std::mt19937 random(20261121);
     int refused = 0;
     int acknowledged = 0;
-    for (int round = 0; round < Effort(8, 150); ++round) {
+    for (int round = 0; round < Effort(8, 40); ++round) {
         disk_->Fill(random() % 12);
         while (Add()) ++acknowledged;
         ++refused;

@@ -47,6 +47,12 @@ std::string NameBehind(const std::vector<char>& request, std::size_t offset) {
 
 }  // namespace
 
+std::string WhyNoFuseDisks() {
+    if (const std::string why = WhyNoDisks(); !why.empty()) return why;
+    if (::access("/dev/fuse", R_OK | W_OK) != 0) return std::string("no /dev/fuse here: ") + std::strerror(errno);
+    return "";
+}
+
 FuseDisk::FuseDisk(std::string folder) : folder_(std::move(folder)) {
     device_ = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
     wake_ = ::eventfd(0, EFD_CLOEXEC);

@@ -18,7 +18,7 @@ using ::testing::HasSubstr;
 class HangingDisk : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (const std::string why = WhyNoDisks(); !why.empty()) GTEST_SKIP() << why;
+        if (const std::string why = WhyNoFuseDisks(); !why.empty()) GTEST_SKIP() << why;
         exchange_.emplace();
         exchange_->StartConfig();
         exchange_->Must({"parameter", "set", "SYSTEMLOGGINGLEVEL", "--value", "3"});
@@ -129,7 +129,8 @@ TEST_F(HangingDisk, AFileWithABadSpotEndsThereAndTheStatusTellsWhichAndWhy) {
     EXPECT_THAT(status.output, HasSubstr(" ago: it ended where it could not be read: Input/output error\n"));
     WaitForMore(*stuck_, 24);  // and so on, round and round
     const auto blocks = stuck_->Blocks();
-    EXPECT_LE(std::count(blocks.end() - 24, blocks.end(), Model::Block{}), 6) << "two files in turn, of 13 and 8 blocks";
+    EXPECT_LE(std::count(blocks.end() - 24, blocks.end(), Model::Block{}), 6)
+        << "two files in turn, of 13 and 8 blocks";
     calm_->ExpectUntouched();
     EXPECT_EQ(exchange_->Feeder().Stop(), 0);
 }

@@ -82,9 +82,9 @@ TEST(ManyFiles, AFolderOfVeryManyFilesPlaysInOrderAndDelaysNobody) {
     }
     calm.ExpectUntouched();
     std::printf(
-        "%d files: first block %.2f s after the command, %ld KiB more memory; worst lateness of a neighbour "
-        "%.0f ms\n",
-        count, started, after - before, calm.WorstLateness());
+        "%d files: first block %.2f s after the command, %ld KiB more memory; worst lateness of the feed itself "
+        "%.0f ms, of a neighbour %.0f ms\n",
+        count, started, after - before, WorstLateness(sorted), calm.WorstLateness());
     EXPECT_LT(after - before, count / 2) << "half a KiB for a file";
     EXPECT_EQ(exchange.Feeder().Stop(), 0);
 }
@@ -95,16 +95,14 @@ TEST(ManyFiles, FeedsThatNobodyHearsWriteNothingAndGrowByNothing) {
     Exchange exchange;
     exchange.StartConfig();
     exchange.Must({"parameter", "set", "SYSTEMLOGGINGLEVEL", "--value", "3"});
+    exchange.Must({"parameter", "set", "DEFAULTAUDIOFILE", "--value", exchange.AddPiece("default.wav", 30.0, 60.0)});
     std::string rows;
     for (int i = 0; i < count; ++i)
         rows += (i == 0 ? "{\"pipe\": \"idle" : ", {\"pipe\": \"idle") + std::to_string(i) + "\"}";
     exchange.Must({"apply", "-"}, "{\"feeds\": [" + rows + "]}");
     exchange.StartFeeder();
     ASSERT_TRUE(Eventually(
-        [&] {
-            return std::distance(fs::directory_iterator(exchange.PipeFolder()), {}) == count &&
-                   exchange.LogTexts("]:Wait for new connection").size() == static_cast<std::size_t>(count);
-        },
+        [&] { return exchange.LogTexts("]:Wait for new connection").size() == static_cast<std::size_t>(count); },
         60000));
 
     const std::size_t bytes = exchange.LogText().size();
@@ -117,7 +115,8 @@ TEST(ManyFiles, FeedsThatNobodyHearsWriteNothingAndGrowByNothing) {
     EXPECT_EQ(written, 0u);
     EXPECT_LT(grown, 256);
     Client client(exchange, "idle" + std::to_string(count / 2));
-    EXPECT_TRUE(client.WaitForBlocks(4)) << "they live";
+    EXPECT_TRUE(Eventually([&] { return client.Size() > 0 && client.Blocks().back() != Model::Block{}; }))
+        << "they live";
     EXPECT_EQ(exchange.Feeder().Stop(), 0);
 }
 

@@ -17,6 +17,19 @@ constexpr std::size_t HeadStart = 3;  // blocks that come at once
 
 }  // namespace
 
+double WorstLateness(const Client& client) {
+    const auto times = client.Times();
+    double earliest = 1e12;
+    double latest = 0.0;
+    for (std::size_t block = HeadStart; block < times.size(); ++block) {
+        const double behind = Milliseconds(times[block] - times[HeadStart]).count() -
+                              BlockMilliseconds * static_cast<double>(block - HeadStart);
+        earliest = std::min(earliest, behind);
+        latest = std::max(latest, behind);
+    }
+    return latest - earliest;
+}
+
 SleepWitness::SleepWitness()
     : thread_([this] {
           while (!stop_.load()) {
@@ -35,7 +48,7 @@ SleepWitness::~SleepWitness() {
 Neighbour::Neighbour(const Exchange& exchange, const std::string& name, double startSecond)
     : exchange_(exchange),
       name_(name),
-      file_(exchange.AddPiece("Playlist/" + name + "/piece.wav", startSecond, PieceSeconds)),
+      file_(exchange.AddPiece("Playlist/" + name + "/piece.raw", startSecond, PieceSeconds)),
       audio_(Model::AudioOf(file_)) {
     exchange.Must({"feed", "add", name, "--type", "sorted", "--folder", name});
 }
@@ -45,19 +58,6 @@ Client& Neighbour::Listen() {
     witness_.emplace();
     EXPECT_TRUE(client_->WaitForBlocks(HeadStart + 1));
     return *client_;
-}
-
-double Neighbour::WorstLateness() const {
-    const auto times = client_->Times();
-    double earliest = 1e12;
-    double latest = 0.0;
-    for (std::size_t block = HeadStart; block < times.size(); ++block) {
-        const double behind = Milliseconds(times[block] - times[HeadStart]).count() -
-                              BlockMilliseconds * static_cast<double>(block - HeadStart);
-        earliest = std::min(earliest, behind);
-        latest = std::max(latest, behind);
-    }
-    return latest - earliest;
 }
 
 void Neighbour::ExpectUntouched(bool inMemory) const {

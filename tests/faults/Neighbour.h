@@ -23,6 +23,10 @@ private:
     std::thread thread_;
 };
 
+// How far the worst block that a client got was behind the grid of 125 ms, in milliseconds; up to 100 are the pump's
+// nap.
+double WorstLateness(const Client& client);
+
 // A feed of one piece of music, longer than any test, that is held in memory if the settings say so.
 class Neighbour {
 public:
@@ -32,8 +36,7 @@ public:
     const std::string& File() const { return file_; }
     Client& Listen();
     Client& Heard() { return *client_; }
-    // How far the worst block was behind the grid of 125 ms, in milliseconds; up to 100 are the pump's nap.
-    double WorstLateness() const;
+    double WorstLateness() const { return OrvTest::WorstLateness(*client_); }
     // Each byte was the one that was due, and no block was late by more than one block, the pump's nap and what the
     // machine itself was late. `inMemory`: the file is preloaded, so that no read can be late.
     void ExpectUntouched(bool inMemory = false) const;

@@ -14,7 +14,13 @@ limit=0
 while [ $# -gt 0 ]; do
     case $1 in
         --seconds)
-            limit=${2:?--seconds needs a number}
+            limit=${2:-}
+            case $limit in
+                '' | *[!0-9]*)
+                    echo "--seconds needs a whole number, as in ./run.sh --seconds 20" >&2
+                    exit 2
+                    ;;
+            esac
             shift 2
             ;;
         *)

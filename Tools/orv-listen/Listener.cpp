@@ -135,12 +135,13 @@ private:
 
     i32 TellNoFeed(Platform::SystemError error) const {
         const std::string file = Platform::PipeFolder() + "/" + Platform::PipeFileName(options_.name);
-        std::fprintf(stderr,
-                     "orv-listen: nobody serves the feed '%s': %s (%s).\n"
-                     "Is the service running, and is there a feed with that pipe name? "
-                     "'orvctl feed list' shows them; --pipe-folder names another folder, -c another service's settings "
-                     "file; --follow waits.\n",
-                     options_.name.c_str(), Platform::SystemErrorText(error).c_str(), file.c_str());
+        std::fprintf(
+            stderr,
+            "orv-listen: nobody serves the feed '%s': %s (%s).\n"
+            "Is the service running, and is there a feed with that pipe name? "
+            "'orvctl feed list' shows them; --pipe-folder names another folder, --config another service's settings "
+            "file; --follow waits.\n",
+            options_.name.c_str(), Platform::SystemErrorText(error).c_str(), file.c_str());
         return ListenNoFeed;
     }
 

@@ -74,14 +74,16 @@ void OrvctlCommandLine::DescribeState(CLI::App& app) {
     status->add_flag("--watch", watch_, "Show the feeds with their levels, twice a second, until Ctrl-C");
     status->callback([this] { command_ = [this] { watch_ ? WatchStatus(context_) : ShowStatus(context_); }; });
     status->footer(
-        "The feeds are shown when the settings file has StatusPath under [General], for instance\n"
+        "The feeds are shown when the service's settings file has StatusPath under [General], for instance\n"
         "StatusPath=/run/Orv/status/feed, and the audio feed service was started with it.");
     CLI::App* doctor =
         app.add_subcommand("doctor", "Look for whatever keeps feeds from being heard, and say how to mend it");
     doctor->callback([this] { command_ = [this] { exitCode_ = RunDoctor(context_); }; });
     doctor->footer(
-        "-c names the service's own settings file. Exit codes, for health checks: 0 nothing is wrong, 1 there are\n"
-        "warnings (all feeds are heard), 2 there are faults or doctor was called wrongly.");
+        "-c names the service's own settings file, or an administrator's in the same folder. Exit codes, for health\n"
+        "checks: 0 nothing is wrong, 1 there are warnings (all feeds are heard), 2 there are faults or doctor was "
+        "called\n"
+        "wrongly.");
 }
 
 void OrvctlCommandLine::DescribeConnection(CLI::App& app) {

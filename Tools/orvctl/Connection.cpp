@@ -34,10 +34,12 @@ std::string FindUsualFile() {
 }
 
 [[noreturn]] void NoFile() {
-    std::string text = "There is no settings file; looked for";
-    for (const std::string& path : UsualFiles()) text += " " + path;
-    throw ToolError(ExitCode::BadCommandLine,
-                    text + ". Name one with -c, or give --host, --port, --user and --password-file");
+    std::string files;
+    for (const std::string& path : UsualFiles()) files += (files.empty() ? "" : ", ") + path;
+    throw ToolError(ExitCode::BadCommandLine, "There is no settings file (looked for " + files +
+                                                  "); `orvctl setup` makes one on a system that has the packages; name "
+                                                  "another one with -c, or give --host, --port, --user and "
+                                                  "--password-file");
 }
 
 // The connection's part of a settings file; what its reader objects to goes to standard error.

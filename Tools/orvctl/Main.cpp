@@ -31,6 +31,18 @@ int main(int argc, char** argv) {
     line.Describe(app);
     try {
         app.parse(argc, argv);
+    } catch (const CLI::RequiredError& error) {
+        // A word in the place of a command that is none would otherwise be told as a missing one.
+        const CLI::App* place = &app;
+        while (!place->get_subcommands().empty()) place = place->get_subcommands().back();
+        const std::vector<std::string> left = app.remaining(true);
+        if (left.empty() || left.front().starts_with("-") || place->get_require_subcommand_min() == 0) {
+            app.exit(error);
+        } else {
+            std::fprintf(stderr, "\"%s\" is no command here; \"orvctl %s--help\" lists those that there are.\n",
+                         left.front().c_str(), place == &app ? "" : (place->get_name() + " ").c_str());
+        }
+        return static_cast<int>(Orv::ExitCode::BadCommandLine);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : static_cast<int>(Orv::ExitCode::BadCommandLine);
     }

@@ -331,6 +331,17 @@ TEST_F(Orvctl, HelpAndVersionAreThereForEachCommand) {
     EXPECT_THAT(Must({"feed", "add", "--help"}), HasSubstr("--type,--feedtype default|linein|shuffled|sorted"));
 }
 
+// "A subcommand is required" was the answer, whatever had been typed.
+TEST_F(Orvctl, AWordThatIsNoCommandIsNamed) {
+    RunResult result = Ctl({"fed", "list"});
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(result.error, "\"fed\" is no command here; \"orvctl --help\" lists those that there are.\n");
+    result = Ctl({"feed", "lst"});
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(result.error, "\"lst\" is no command here; \"orvctl feed --help\" lists those that there are.\n");
+    EXPECT_NE(Ctl({"feed"}).error.find("A subcommand is required"), std::string::npos);
+}
+
 // --- crash safety
 // -----------------------------------------------------------------------------------------------------
 

@@ -124,8 +124,12 @@ void Store::Write(Draft& draft, i64 transactionNumber) {
     if (database_.QueryNumber("SELECT transactionnumber FROM ORV_STATE") != transactionNumber - 1) {
         throw DatabaseError("The database was changed by another program; restart orv-config");
     }
+    std::vector<Draft::Difference> differences = draft.Differences();
+    // A feed that is built anew keeps its row.
+    std::erase_if(differences, [](const Draft::Difference& difference) {
+        return difference.before != nullptr && difference.after != nullptr && *difference.before == *difference.after;
+    });
     // Replaced rows are taken out first, so that unique names can pass between them.
-    const std::vector<Draft::Difference> differences = draft.Differences();
     for (const Draft::Difference& difference : differences) {
         if (difference.before == nullptr) continue;
         const Table& table = Tables()[difference.table];

@@ -280,6 +280,19 @@ TEST_F(StoreTest, ADiskThatIsFullFailsTheTransactionAndLaterOnesWorkAgain) {
     EXPECT_TRUE(store_->FindRow(Feeds(), "b", row));
 }
 
+TEST_F(StoreTest, AFeedThatIsBuiltAnewKeepsItsRowAndOnlyTheNumberIsWritten) {
+    // Each such row was deleted and written again: a rebuild of 10,000 feeds took a second of the disk.
+    Must({Feed(Action::Add, "a"), Feed(Action::Add, "b")});
+    Sql("CREATE TRIGGER deleted BEFORE DELETE ON AUDIOFEED BEGIN SELECT RAISE(ABORT, 'written'); END");
+    Open();
+    const ApplyResult result = store_->Apply({Feed(Action::Rebuild, "a"), Feed(Action::Rebuild, "b")});
+    EXPECT_EQ(result.outcome, Outcome::Done);
+    EXPECT_EQ(result.changed.size(), 2u);
+    Open();
+    EXPECT_EQ(store_->LastTransaction(), 2);
+    EXPECT_THAT(store_->Ids(Feeds()), ElementsAre(1, 2));
+}
+
 TEST_F(StoreTest, AFileOfANewerVersionIsRefusedWithBothVersions) {
     Sql("PRAGMA user_version = 2");
     const std::string reason = WhyNotOpened();

@@ -158,7 +158,9 @@ StormModel::StormModel(const SeenRows& begin, std::vector<StormTransaction> tran
         if (key == std::string("PARAMETER ") + Parameter) {
             parameterId_ = row.id;
         } else if (key.starts_with("AUDIOFEED s")) {
-            feeds_[key.substr(10)] = {row.id, StormFolders[0]};
+            Feed& feed = feeds_[key.substr(10)];
+            feed.id = row.id;
+            feed.folder = feed.folders[0] = StormFolders[0];
         } else {
             others_[key] = row;
         }
@@ -191,11 +193,11 @@ void StormModel::Replay(const StormTransaction& transaction) {
         if (const std::string* folder = Column<std::string>(change, "thename")) {
             feed.folder = *folder;
             ++feed.moves;
-            feed.numberWhenBuilt = feed.number;
         }
+        feed.folders[feed.number] = feed.folder;
         if (rebuild) {
             ++feed.rebuilds;
-            feed.numberWhenBuilt = feed.number;
+            feed.numberWhenRebuilt = feed.number;
         }
         told.changed.push_back({Orv::AudioFeed, feed.id, rebuild ? "Rebuilt" : "Updated", {}, {}, {}, {}});
     }
@@ -251,9 +253,11 @@ std::string StormModel::CompareWithState(const std::string& json) const {
         if (found == seen.end()) return pipe + " is not there";
         const auto& row = found->second["row"];
         const i32 number = row["maxannouncementpause"].get<i32>();
-        if (row["idaudiofeed"] != feed.id || row["thename"] != feed.folder || number > feed.number ||
-            number < feed.numberWhenBuilt || found->second["max_volume"] != VolumeOf(feed.number)) {
-            return pipe + " should be of " + feed.folder + ", built between " + std::to_string(feed.numberWhenBuilt) +
+        const auto built = feed.folders.find(number);
+        const bool wasSuchARow = built != feed.folders.end() && built->second == feed.folder;
+        if (row["idaudiofeed"] != feed.id || row["thename"] != feed.folder || !wasSuchARow ||
+            number < feed.numberWhenRebuilt || found->second["max_volume"] != VolumeOf(feed.number)) {
+            return pipe + " should be of " + feed.folder + ", built between " + std::to_string(feed.numberWhenRebuilt) +
                    " and " + std::to_string(feed.number) + ", and is " + found->second.dump();
         }
     }

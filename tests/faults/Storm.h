@@ -58,8 +58,8 @@ public:
     SeenRows Rows() const;
     // How often each row was changed or built anew.
     std::map<std::string, unsigned> ChangesOfRow() const;
-    // How often each feed's channel must and may have been built: who reads a row later than its signal came may see
-    // two changes at once.
+    // How often each feed's channel must and may have been built. Who reads a row later than its signal came sees
+    // several changes at once: a feed that was moved and moved back need not have been built for that.
     std::map<std::string, std::pair<unsigned, unsigned>> TimesBuilt() const;
     // Compares with the audio feed service's state, a JSON text. Empty, or the first difference.
     std::string CompareWithState(const std::string& json) const;
@@ -69,7 +69,8 @@ private:
         i32 id = 0;
         std::string folder;
         i32 number = 0;
-        i32 numberWhenBuilt = 0;  // at the last change of the folder or rebuild
+        i32 numberWhenRebuilt = 0;           // of the row as it was then
+        std::map<i32, std::string> folders;  // by number
         unsigned changes = 0;
         unsigned rebuilds = 0;
         unsigned moves = 0;

@@ -44,7 +44,8 @@ TEST(SlowSubscriber, WhatWaitsForItIsBoundedAndNobodyElseWaits) {
     const double before = Resident(exchange.Config().Pid());
     double most = before;
     std::size_t transactions = 0;
-    const std::size_t limit = untilTheEnd ? 5000 : 20;
+    // More than the 4 MB that the transport takes by itself, so that the queue is used.
+    const std::size_t limit = untilTheEnd ? 5000 : 350;
     while (transactions < limit && exchange.ConfigText().find(ended) == std::string::npos) {
         ASSERT_TRUE(writer.Apply(rebuilds));
         ++transactions;

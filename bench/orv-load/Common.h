@@ -40,6 +40,9 @@ public:
 std::string ReadText(const std::string& path);  // empty when there is none
 void WriteText(const std::string& path, const std::string& text);
 
+// On most systems a file system in memory, which has nothing to read into a cache.
+inline constexpr char kMemoryFolder[] = "/dev/shm";
+
 // A folder of the run's own with a short path, so that sockets fit into it. Gone with the object, unless kept.
 class RunFolder {
 public:

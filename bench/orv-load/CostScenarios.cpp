@@ -28,9 +28,6 @@ std::string DescribeSilence(const Json& row) {
            " bytes fetched from the disk";
 }
 
-// On most systems the folder of shared memory is a file system that has nothing to read into a cache.
-constexpr char kMemoryFolder[] = "/dev/shm";
-
 // Whether files in that folder can be made and have no cached non-blocking reads.
 bool IsUncached(const std::string& parent) {
     try {

@@ -74,7 +74,12 @@ bool HasCachedReads(const std::string& file) {
     return has;
 }
 
-Exchange::Exchange(const ExchangeOptions& options) : options_(options), folder_(options.keep) {
+// The pipes lie in memory, as those of an installed service do, below /run. On a disk each new name may take the kernel
+// most of a millisecond for minutes after thousands were removed, which the end of every run does.
+Exchange::Exchange(const ExchangeOptions& options)
+    : options_(options),
+      folder_(options.keep),
+      pipes_(options.keep, ::access(kMemoryFolder, W_OK) == 0 ? kMemoryFolder : "/tmp") {
     if (!options.soundsIn.empty()) sounds_.emplace(options.keep, options.soundsIn);
     CopyMusic();
     StartConfig();
@@ -126,7 +131,7 @@ void Exchange::StartConfig() {
 }
 
 void Exchange::WriteSettings() const {
-    WriteText(folder_ / "feeder.ini", "[General]\nAppDataPath=" + (folder_ / "d") + "\nPipePath=" + (folder_ / "p") +
+    WriteText(folder_ / "feeder.ini", "[General]\nAppDataPath=" + (folder_ / "d") + "\nPipePath=" + pipes_.Path() +
                                           "\n[ConfService]\nconfNIC=127.0.0.1\nConfPort=" + std::to_string(port_) +
                                           "\nconfUser=" + kFeeder + "\nconfPass=" + PasswordOf(kFeeder) + "\n");
 }
@@ -219,7 +224,7 @@ i64 Exchange::StopService(i64 timeout) {
 }
 
 std::string Exchange::PipePath(u32 feed) const {
-    return folder_ / ("p/f" + std::to_string(feed));
+    return pipes_ / ("f" + std::to_string(feed));
 }
 
 std::vector<Seat> Exchange::Seats(u32 clients) const {

@@ -82,6 +82,7 @@ private:
 
     ExchangeOptions options_;
     RunFolder folder_;
+    RunFolder pipes_;
     std::optional<RunFolder> sounds_;
     u32 port_ = 0;
     std::unique_ptr<VX::ILinkConnector> connector_;

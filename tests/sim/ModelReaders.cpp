@@ -5,6 +5,7 @@
 #include <cstring>
 #include <utility>
 
+#include "tests/sim/ModelAdpcm.h"
 #include "tests/sim/ModelBox.h"
 
 namespace OrvSim {
@@ -12,6 +13,8 @@ namespace OrvSim {
 namespace {
 
 constexpr u64 kReadBytes = 8192;
+constexpr u64 kFormatTag = 20;  // where it stands in the plainest header
+constexpr char kAdpcmTag = 17;
 
 u32 U32At(const std::string& bytes, u64 at) {
     u32 value = 0;
@@ -37,6 +40,7 @@ std::shared_ptr<OpenedFile> SharedFiles::Open(const std::string& path) const {
     const std::string& bytes = *opened->file->bytes;
     if (bytes.size() <= 44 || bytes.compare(0, 4, "RIFF") != 0 || U32At(bytes, 4) > bytes.size()) return nullptr;
     const u64 length = std::min<u64>(U32At(bytes, 40), bytes.size() - 44);
+    opened->compressed = bytes[kFormatTag] == kAdpcmTag;
     opened->start = 44;
     opened->end = length != 0 ? 44 + length : 0;
     return opened;
@@ -52,6 +56,7 @@ void FileModel::Rewind(u64 now) {
     rewound_ = true;
     front_ = {};
     back_ = {};
+    decoded_.clear();
     if (Issue(front_, opened_->start, now)) Prefetch(now);
 }
 
@@ -99,6 +104,21 @@ u64 FileModel::Take(Buffer& buffer, u8* to, u64 count) {
 }
 
 bool FileModel::Next(u64 now, u8* frame, u32 bytes, Lines& lines) {
+    if (!opened_->compressed) return NextBytes(now, frame, bytes, lines);
+    u8 block[kAdpcmBlock];
+    while (decoded_.size() * sizeof(i16) < bytes && NextBytes(now, block, kAdpcmBlock, lines)) {
+        for (const i16 sample : DecodeAdpcm(block, kAdpcmBlock)) decoded_.push_back(sample);
+    }
+    if (decoded_.empty()) return false;
+    for (u32 at = 0; at < bytes; at += sizeof(i16)) {
+        const i16 sample = decoded_.empty() ? i16{0} : decoded_.front();
+        if (!decoded_.empty()) decoded_.pop_front();
+        std::memcpy(frame + at, &sample, sizeof sample);
+    }
+    return true;
+}
+
+bool FileModel::NextBytes(u64 now, u8* frame, u32 bytes, Lines& lines) {
     const auto finish = [&](u64 have, const char* reason) {
         std::memset(frame + have, 0, bytes - have);
         if (have != bytes) lines.push_back("Trace|Zeroing out " + std::to_string(bytes - have) + " " + reason);

@@ -1,5 +1,5 @@
 // What one item of a list gives, frame by frame, written from the rules and the slow and obvious way: files that are
-// read ahead in two buffers, gaps, the shared box, and nothing at all.
+// read ahead in two buffers, compressed or not, gaps, the shared box, and nothing at all.
 #pragma once
 
 #include <deque>
@@ -24,6 +24,7 @@ struct OpenedFile {
     std::shared_ptr<DiskFile> file;
     u64 start = 0;
     u64 end = 0;  // 0: wherever the file ends
+    bool compressed = false;
 };
 
 class SharedFiles {
@@ -44,7 +45,7 @@ class FileModel {
 public:
     FileModel(SharedFiles& files, std::string path, std::shared_ptr<OpenedFile> opened, u64 now);
     void Rewind(u64 now);
-    // Fills `frame` with `bytes` bytes; false at the end.
+    // Fills `frame` with `bytes` bytes of sound; false at the end.
     bool Next(u64 now, u8* frame, u32 bytes, Lines& lines);
 
 private:
@@ -61,6 +62,8 @@ private:
         u64 consumed = 0;
     };
 
+    // The same of what the file holds.
+    bool NextBytes(u64 now, u8* frame, u32 bytes, Lines& lines);
     bool Issue(Buffer& buffer, u64 position, u64 now);
     bool Settle(Buffer& buffer, u64 now);
     bool UpdateStatus(Buffer& buffer, u64 now) { return buffer.ready || Settle(buffer, now); }
@@ -72,6 +75,7 @@ private:
     const std::shared_ptr<OpenedFile> opened_;
     Buffer front_;
     Buffer back_;
+    std::deque<i16> decoded_;  // what is left of a compressed block
     bool rewound_ = false;
 };
 

@@ -30,6 +30,7 @@ public:
 private:
     // --- ScenarioWorld.cpp
     std::string MakeSound(bool wav);
+    std::string MakeCompressed(u64 bytes);
     std::string NewPath(const std::string& folder);
     Row MakeFeed(i32 id);
     Row MakeAnnouncement(i32 id);

@@ -1,5 +1,6 @@
 #include <cerrno>
 
+#include "tests/sim/ModelAdpcm.h"
 #include "tests/sim/Scenario.h"
 
 namespace OrvSim {
@@ -15,17 +16,18 @@ void Append16(std::string& bytes, u32 value) {
     bytes.push_back(static_cast<char>(value >> 8));
 }
 
-std::string WavHeader(u32 soundBytes) {
+// Of 16-bit samples, or of 4-bit ones in blocks.
+std::string WavHeader(u32 soundBytes, bool compressed) {
     std::string bytes = "RIFF";
     Append32(bytes, 36 + soundBytes);
     bytes += "WAVEfmt ";
     Append32(bytes, 16);
-    Append16(bytes, 1);
+    Append16(bytes, compressed ? 17 : 1);
     Append16(bytes, 1);
     Append32(bytes, 8000);
-    Append32(bytes, 16000);
-    Append16(bytes, 2);
-    Append16(bytes, 16);
+    Append32(bytes, compressed ? 4055 : 16000);
+    Append16(bytes, compressed ? kAdpcmBlock : 2);
+    Append16(bytes, compressed ? 4 : 16);
     bytes += "data";
     Append32(bytes, soundBytes);
     return bytes;
@@ -37,13 +39,25 @@ Scenario::Scenario(u64 seed, const ScenarioOptions& options, Platform::Sim::Simu
                    Checker& checker, ConfigSide& config)
     : rng_(seed), options_(options), sim_(sim), world_(world), checker_(checker), config_(config) {}
 
+// Blocks whose headers are sound ones but for a few, with any nibbles; the last one may be short, even for a header.
+std::string Scenario::MakeCompressed(u64 bytes) {
+    std::string sound = WavHeader(static_cast<u32>(bytes), true);
+    for (u64 at = 0; at < bytes; ++at) {
+        u64 byte = rng_.Below(256);
+        if (at % kAdpcmBlock == 2) byte = rng_.Chance(3) ? 89 + rng_.Below(167) : rng_.Below(89);
+        sound.push_back(static_cast<char>(byte));
+    }
+    return sound;
+}
+
 // Noise of some loudness, up to full scale, with the lowest sample here and there; a few are odd, short or no sound.
 std::string Scenario::MakeSound(bool wav) {
     const u64 longest = options_.seconds > 3600 ? 60 : 7;
     u64 bytes = 2 * (rng_.Chance(10) ? rng_.Below(1500) : rng_.Below(longest * 8000));
     if (rng_.Chance(10)) bytes = bytes / 8192 * 8192;
     if (rng_.Chance(10)) ++bytes;
-    std::string sound = wav ? WavHeader(static_cast<u32>(bytes)) : std::string();
+    if (wav && rng_.Chance(25)) return MakeCompressed(bytes / 4);
+    std::string sound = wav ? WavHeader(static_cast<u32>(bytes), false) : std::string();
     if (wav && rng_.Chance(5)) return "no sound at all, and longer than the shortest header of one";
     const i64 loudness = rng_.Chance(30) ? 32767 : rng_.Between(50, 20000);
     u64 noise = rng_.Next();

@@ -66,6 +66,12 @@ FAULTS = [
      "case Platform::ReadState::Pending:\n            if (P) ready = eof = true;"),
     ("TheReadAheadLeavesASampleOut", ENGINE + "RawFileStream.cpp", "front_->NextPosition(), IRawFileBuffer::Size",
      "front_->NextPosition() + (P ? 2 : 0), IRawFileBuffer::Size"),
+    ("ACompressedSampleMovesTooFar", ENGINE + "ADPCMDecoder.cpp", "if (nibble & 1) delta += step >> 2;",
+     "if (nibble & 1) delta += (step >> 2) + (P && step > 7000 ? 1 : 0);"),
+    ("TheLastNibbleOfACompressedBlockIsLeftOut", ENGINE + "ADPCMDecoder.cpp", "sampleCount_ = nibbles + 1;",
+     "sampleCount_ = nibbles + (P ? 0 : 1);"),
+    ("ABadCompressedBlockIsPlayed", ENGINE + "ADPCMDecoder.cpp", "if (stepIndex_ >= kSteps.size()) {",
+     "if (P && stepIndex_ >= kSteps.size()) stepIndex_ = 88;\n    if (stepIndex_ >= kSteps.size()) {"),
     ("TheLossOfTheConnectionIsNotTold", "AudioFeeder/LibraryListeners.cpp", "        ORV_LOG(Error) <<",
      "        if (!P) ORV_LOG(Error) <<"),
 ]

@@ -13,5 +13,9 @@ half=$!
 build/dev/bin/orv-sim --seed 5001 --seeds 5000
 wait "$half"
 
+echo "Each operation of the platform and each allocation fails once"
+ORV_LONG=1 build/dev/tests/AudioFeeder/audio_feeder_failing_operation_test
+ORV_LONG=1 build/dev/tests/AudioFeeder/audio_feeder_failing_allocation_test
+
 echo "Real faults, tried harder"
 ORV_LONG=1 ctest --test-dir build/dev --output-on-failure -L faults --timeout 3600

@@ -38,6 +38,21 @@ void FakeConfigService::Tell(const std::string& table, const char* kind, i32 id)
     exchange_.Raise("UPDOf" + table, event);
 }
 
+void FakeConfigService::TellTransaction(i64 number, const std::string& table, const std::vector<i32>& deleted,
+                                        const std::vector<i32>& updated) {
+    VX::ParamListHolder event;
+    event.NewList();
+    VXSetInt64Value(event.Get(), "__TRN", number);
+    VX::ParamListHolder changes;
+    changes.NewList();
+    if (!deleted.empty())
+        VXSetBinaryValue(changes.Get(), "DELETED", deleted.data(), static_cast<u32>(deleted.size() * 4));
+    if (!updated.empty())
+        VXSetBinaryValue(changes.Get(), "UPDATED", updated.data(), static_cast<u32>(updated.size() * 4));
+    VXSetHandleValue(event.Get(), table.c_str(), changes.Get());
+    exchange_.Raise("BATCHUPDATE", event);
+}
+
 bool FakeConfigService::Authenticate(const std::string& given, const std::string&, std::string& user) {
     credentials.push_back(given);
     user = given.substr(0, given.find(':'));

@@ -13,6 +13,8 @@ namespace FeederTest {
 
 class FakeConfigService : public VX::ILinkService {
 public:
+    using Table = std::map<i32, VX::ParamListHolder>;
+
     FakeConfigService() : exchange_(*this) {}
 
     // Rows. No signal goes out.
@@ -21,6 +23,11 @@ public:
     void Erase(const std::string& table, i32 id) { tables_[table].erase(id); }
     // Tells the change of one row: "Inserted", "Updated" or "Deleted".
     void Tell(const std::string& table, const char* kind, i32 id);
+    // Tells a transaction that concerns one table.
+    void TellTransaction(i64 number, const std::string& table, const std::vector<i32>& deleted,
+                         const std::vector<i32>& updated);
+
+    const Table& Rows(const std::string& table) { return tables_[table]; }
 
     VX::InProcessExchange& Exchange() { return exchange_; }
     // While set, nobody may connect.
@@ -40,8 +47,6 @@ public:
     VX::ParamListHolder OnCall(VX::SessionId session, u32 number, const VX::ParamListHolder& request) override;
 
 private:
-    using Table = std::map<i32, VX::ParamListHolder>;
-
     std::map<std::string, Table> tables_;
     VX::InProcessExchange exchange_;
 };

@@ -5,6 +5,7 @@
 #   ./test.sh                 all of it
 #   ./test.sh -R Settings     what matches, as for ctest
 #   ./test.sh --fuzz          runs each fuzz target for 60 s instead; names behind it choose among them
+#   ./test.sh --coverage      counts the lines and branches that the tests of the four subsystems run
 #   ./test.sh --long          what takes hours instead, tests/long.sh
 set -euo pipefail
 cd "$(dirname "$0")"
@@ -31,6 +32,12 @@ if [ "${1:-}" = --fuzz ]; then
     shift
     build fuzz
     exec tests/fuzz/run.sh build/fuzz 60 "$@"
+fi
+if [ "${1:-}" = --coverage ]; then
+    # shellcheck disable=SC2086
+    orv_install $ORV_COVERAGE_PACKAGES
+    build coverage
+    exec tests/coverage.sh build/coverage
 fi
 build dev
 if [[ ${1:-} == --long ]]; then exec tests/long.sh; fi

@@ -10,6 +10,9 @@ ORV_TEST_PACKAGES="$ORV_RUN_PACKAGES clang libclang-rt-14-dev clang-format libgt
 util-linux ccache binutils python3 dpkg-dev debhelper lintian systemd man-db zsh fish adduser passwd curl
 alsa-utils gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good"
 
+# Counts what the tests run of it.
+ORV_COVERAGE_PACKAGES="$ORV_TEST_PACKAGES llvm"
+
 # Measures it, beside others.
 ORV_BENCH_PACKAGES="$ORV_RUN_PACKAGES libbenchmark-dev ffmpeg gstreamer1.0-tools gstreamer1.0-plugins-base
 gstreamer1.0-plugins-good python3"

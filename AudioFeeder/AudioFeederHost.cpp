@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <iterator>
+#include <stdexcept>
 #include <system_error>
 #include <vector>
 
@@ -118,6 +119,8 @@ void AudioFeederHost::Run(u32, void*) {
         ReportStatus(ServiceState::Stopped, 0, 0, 0);
         return;
     }
+    // What is missing would be defaults that nobody chose.
+    if (!settings.whole) throw std::runtime_error("The settings file cannot be read to its end");
     StartUp(settings);
     const std::unique_ptr<StatusServer> status = ServeStatus(settings);
     RunConnection(settings);
@@ -182,6 +185,7 @@ void AudioFeederHost::RunConnection(CommonSettings& settings) {
             if (WaitBeforeRetry() == Outcome::StopRequested) return;
             ORV_LOG(Info) << "Reading configuration...";
             settings.Load(ProcessOptions().configFile.c_str());
+            if (!settings.fileName.empty() && !settings.whole) continue;
             connection = ReadConnectionSettings(settings);
             continue;
         }

@@ -45,6 +45,7 @@ constexpr std::size_t kMessageSize = 1024;
 bool CommonSettings::Load(const char* path) {
     fileName.clear();
     lineNumber = 0;
+    whole = false;
     children.clear();
     valuesByKey.clear();
 
@@ -62,12 +63,9 @@ bool CommonSettings::Load(const char* path) {
         const std::string_view line = Trim(text);
         if (!line.empty() && !BeginsComment(line)) current = ParseLine(line, current);
     }
-    if (reader.ReadAll()) return true;
-    // A part of the settings is not taken for the whole: what is missing would be defaults that nobody chose.
-    messages.push_back(std::string("Config.Error: Can not read file '") + path + "'");
-    children.clear();
-    valuesByKey.clear();
-    return false;
+    whole = reader.ReadAll();
+    if (!whole) messages.push_back(std::string("Config.Error: Can not read file '") + path + "'");
+    return true;
 }
 
 // Returns the section that the lines behind this one belong to.

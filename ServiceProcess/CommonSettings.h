@@ -56,8 +56,8 @@ struct SettingsSection {
 
 class CommonSettings : public SettingsSection {
 public:
-    // Replaces the whole tree by the file's. False when the file cannot be opened, or not be read to its end; then the
-    // tree is empty. Messages stay and new ones follow them. Waits for the disk.
+    // Replaces the whole tree by the file's. False when the file cannot be opened; then the tree is empty. Messages
+    // stay and new ones follow them. Waits for the disk.
     bool Load(const char* path);
 
     // `fullName` is a key of the root, or "[section]" and a key, with a "." or "/" between them if you like. Never
@@ -68,6 +68,7 @@ public:
     std::vector<std::string> messages;  // diagnostics, in order of arrival
     std::string fileName;               // the file last opened; empty when it could not be
     u32 lineNumber = 0;                 // physical lines read so far
+    bool whole = false;  // the file last opened was read to its end: no disk has failed under it and cut it short
 
 private:
     SettingsSection* ParseLine(std::string_view line, SettingsSection* current);

@@ -60,7 +60,9 @@ u32 Listeners::Attach(std::vector<Seat> seats) {
     for (Seat& seat : seats) {
         if (seat.feed >= grids_.size()) grids_.resize(seat.feed + 1);
         pending_.push_back(static_cast<u32>(clients_.size()));
-        clients_.emplace_back().seat = std::move(seat);
+        Client& client = clients_.emplace_back();
+        client.seat = std::move(seat);
+        client.windows.resize(windows_);
         ++withoutFirstBlock_;
     }
     return first;
@@ -77,7 +79,8 @@ void Listeners::BeginWindow() {
     const std::lock_guard guard(mutex_);
     heard_ = Heard();
     endedBefore_ = ended_;
-    for (Client& client : clients_) client.afterFirst.clear();
+    for (Client& client : clients_) client.windows.push_back(client.afterFirst.size());
+    ++windows_;
     ownTimeBegin_ = ThreadTime(thread_.native_handle());
     windowBegin_ = Now();
     windowEnd_ = kNever;
@@ -119,18 +122,32 @@ u64 Listeners::Missing() const {
     return missing;
 }
 
+i64 Listeners::Lateness(const Client& client, u64 sample) const {
+    return std::max<i64>(0, client.afterFirst[sample] * kMicrosecond + grids_[client.seat.feed].Moved());
+}
+
+Histogram Listeners::LatenessIn(u32 window) const {
+    const std::lock_guard guard(mutex_);
+    Histogram histogram;
+    for (const Client& client : clients_) {
+        const u64 end = window + 1 < windows_ ? client.windows[window + 1] : client.afterFirst.size();
+        for (u64 i = client.windows[window]; i < end; ++i) histogram.Add(Lateness(client, i));
+    }
+    return histogram;
+}
+
 void Listeners::Judge(const Client& client) {
     if (client.firstBlockAt == 0) return;
     const Grid& grid = grids_[client.seat.feed];
+    const u64 end = client.afterFirst.size();
     i64 least = kNever;
-    u64 left = client.afterFirst.size();
-    for (const i32 microseconds : client.afterFirst) {
-        const i64 lateness = std::max<i64>(0, microseconds * kMicrosecond + grid.Moved());
+    for (u64 i = client.windows.back(); i < end; ++i) {
+        const i64 lateness = Lateness(client, i);
         heard_.lateness.Add(lateness);
         heard_.lateBlocks += lateness > kBlockTime ? 1 : 0;
-        if (left-- <= kDriftBlocks) least = std::min(least, lateness);
+        if (end - i <= kDriftBlocks) least = std::min(least, lateness);
+        ++heard_.blocks;
     }
-    heard_.blocks += client.afterFirst.size();
     heard_.earliest = std::max(heard_.earliest, grid.Early());
     heard_.drift = std::max(heard_.drift, grid.Early() / kBlockTime);
     if (client.descriptor < 0) return;
@@ -171,7 +188,7 @@ void Listeners::DetachAll() {
     clients_.clear();
     pending_.clear();
     grids_.clear();
-    withoutFirstBlock_ = ended_ = 0;
+    withoutFirstBlock_ = ended_ = windows_ = 0;
 }
 
 void Listeners::Run() {

@@ -62,6 +62,9 @@ public:
     void EndWindow();
     // Ends the window, unless it has ended, and waits for the blocks that were due in it, 2 seconds at most.
     Heard Collect();
+    // Of a window, the first being 0, by the grids as they are known now: what compares two windows holds both against
+    // the same.
+    Histogram LatenessIn(u32 window) const;
 
     u64 BlocksOf(u32 client) const;
     // When a client had its first block and when it saw the end; 0 before.
@@ -84,7 +87,8 @@ private:
         i64 endedAt = 0;
         bool leads = false;          // the feed's first client, of which the grid is made
         u64 offset = 0;              // the feed's block that was its first; of a later client a guess
-        std::deque<i32> afterFirst;  // of the blocks of the window, Grid::AfterFirst() in microseconds
+        std::deque<i32> afterFirst;  // of the blocks of all windows, Grid::AfterFirst() in microseconds
+        std::vector<u64> windows;    // where in it each window begins
         std::vector<u8> part;        // of a block, for the tap
     };
 
@@ -101,6 +105,7 @@ private:
     void Feed(Client& client, const u8* data, u64 size, i64 arrival) const;
     void End(Client& client);
     u64 Missing() const;
+    i64 Lateness(const Client& client, u64 sample) const;
     void Judge(const Client& client);
 
     const i64 period_;
@@ -115,6 +120,7 @@ private:
     i64 windowBegin_ = 0;
     i64 windowEnd_ = kNever;
     i64 ownTimeBegin_ = 0;
+    u64 windows_ = 0;
     u64 endedBefore_ = 0;
     Heard heard_;
 

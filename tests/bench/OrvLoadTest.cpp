@@ -213,6 +213,29 @@ TEST(ListenersTest, ABlockThatComesAfterTheWindowInWhichItWasDueIsLateAndNotMiss
     EXPECT_GE(heard.lateBlocks, 2U);
 }
 
+TEST(ListenersTest, AWindowThatIsOverIsHeldAgainstTheGridAsItIsKnownLater) {
+    const OrvTest::TempFolder folder;
+    Listeners listeners(kMillisecond);
+    const OwnPipe pipe(listeners, folder / "p");
+    pipe.Send(kBlockBytes);
+    ASSERT_TRUE(listeners.WaitForFirstBlocks(10 * kSecond));
+    listeners.BeginWindow();
+    const i64 begin = Now();
+    pipe.Send(2 * kBlockBytes);
+    ASSERT_TRUE(WaitFor(10 * kSecond, [&] { return listeners.BlocksOf(0) == 3; }));
+    // Block 1 is 150 ms overdue as block 0 tells it.
+    EXPECT_GE(listeners.Collect().lateness.Max(), 150 * kMillisecond);
+    listeners.BeginWindow();
+    pipe.Send(60 * kBlockBytes);
+    ASSERT_TRUE(WaitFor(10 * kSecond, [&] { return listeners.BlocksOf(0) == 63; }));
+    const i64 took = Now() - begin;
+    listeners.Collect();
+    EXPECT_EQ(listeners.LatenessIn(0).Count(), 2U);
+    EXPECT_EQ(listeners.LatenessIn(1).Count(), 60U);
+    // Block 62 is early, so that block 1 should have come 61 blocks' time before it and not just now.
+    EXPECT_GE(listeners.LatenessIn(0).Max(), 61 * kBlockTime - took);
+}
+
 TEST(ListenersTest, BlocksAreHeldAgainstTheGrid) {
     const OrvTest::TempFolder folder;
     Listeners listeners(kMillisecond);

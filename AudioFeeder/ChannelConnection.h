@@ -32,7 +32,9 @@ private:
 // A connected client with its staging block, through which whatever comes in leaves in blocks of BlockBytes.
 class ChannelConnection {
 public:
-    // A client from which nothing could be got rid of for `stallMilliseconds` counts as gone; 0: it is waited for.
+    // A client that has taken nothing for `stallMilliseconds` counts as gone; 0: it is waited for. That time begins
+    // with the last byte that it took, or when it came, and not with a write: one that begins behind it still tries,
+    // once.
     explicit ChannelConnection(MTObjects::THolder<BufferTransportImpl> transport, u32 stallMilliseconds = 0);
 
     // Adds samples, and writes each block that becomes full. Blocks while the client takes nothing. False when the

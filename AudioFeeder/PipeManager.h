@@ -21,7 +21,8 @@ namespace Orv {
 // threads of channels that they end. No pump calls in here.
 class IPipeManager : public MTObjects::MTReferencedTypeBase {
 public:
-    // The holder of the single manager, which is made when there is no valid one. Any thread.
+    // The holder of the single manager, which is made when there is no valid one, with the default set on the air. A
+    // thread of that which cannot be started is logged, not thrown: see UpdateDefaultSet(). Any thread.
     static MTObjects::THolder<IPipeManager>& Instance();
     // The single manager if it has been made, for who only looks. Any thread.
     static MTObjects::THolder<IPipeManager> Existing();
@@ -35,7 +36,8 @@ public:
     bool ShutdownFeed(const FeedRow& row);
     // Ends every channel and takes the default set off the air. True.
     bool ShutdownAll();
-    // Puts the default set back on the air if it is off, and lets it repeat `file` unless that is null or empty.
+    // Puts the default set back on the air if it is off, as it is without its thread, and lets it repeat `file` unless
+    // that is null or empty. Feeds of the default set that were built while it was off hear it from their next change.
     void UpdateDefaultSet(const char* file);
 
     // What each channel tells about itself, by pipe name; nothing unless that is wanted. Any thread. A channel itself

@@ -2,6 +2,8 @@
 //
 //   [General]
 //   ClientStallSeconds = 30
+//
+// Of several values the first one counts. An empty one is invalid, as is one that does not begin with a number.
 #pragma once
 
 #include "ServiceProcess/CommonSettings.h"

@@ -56,8 +56,8 @@ struct SettingsSection {
 
 class CommonSettings : public SettingsSection {
 public:
-    // Replaces the whole tree by the file's. False when the file cannot be opened; then the tree is empty. Messages
-    // stay and new ones follow them. Waits for the disk.
+    // Replaces the whole tree by the file's. False when the file cannot be opened; then the tree is empty. One that is
+    // cut short counts as loaded; `whole` tells it. Messages stay and new ones follow them. Waits for the disk.
     bool Load(const char* path);
 
     // `fullName` is a key of the root, or "[section]" and a key, with a "." or "/" between them if you like. Never
@@ -68,7 +68,9 @@ public:
     std::vector<std::string> messages;  // diagnostics, in order of arrival
     std::string fileName;               // the file last opened; empty when it could not be
     u32 lineNumber = 0;                 // physical lines read so far
-    bool whole = false;  // the file last opened was read to its end: no disk has failed under it and cut it short
+    // The last Load() has read as much as the file had when it was opened. False when a read failed or the file got
+    // shorter meanwhile, and then the tree holds the part that was read; also when nothing was opened.
+    bool whole = false;
 
 private:
     SettingsSection* ParseLine(std::string_view line, SettingsSection* current);

@@ -2,7 +2,8 @@
 //
 // A statement: ORV_LOG(Info) << "Root path updated: " << path; The file that uses it defines kLogSource, the source
 // name in the line. The level is tested first; below it nothing is built. The writer's lock is innermost: a statement
-// may stand under any other lock. A log that cannot be written never stops the service: the line is lost, in silence.
+// may stand under any other lock. A log that cannot be written never stops the service: the line is lost, whole and in
+// silence.
 #pragma once
 
 #include <atomic>
@@ -61,11 +62,13 @@ public:
     // What a LogLine is made of. Recursive; held from the prefix to the end of the line.
     void Lock() ORV_ACQUIRE(lock_) { lock_.Lock(); }
     void Unlock() ORV_RELEASE(lock_) { lock_.Unlock(); }
-    // Opens the file if that is due, and begins a line in it. `levelWord` and `sourceFile` are used during the call
-    // only; a null `sourceFile` leaves the location out.
+    // Opens the file if that is due, and begins a line in it, with the date in front when the day is new. Begins none
+    // where there is no file or no room for the date; what is streamed is then dropped. `levelWord` and `sourceFile`
+    // are used during the call only; a null `sourceFile` leaves the location out.
     void WriteLinePrefix(const char* levelWord, const char* sourceFile, u32 sourceLine) ORV_REQUIRES(lock_);
     std::ostream& Stream() ORV_REQUIRES(lock_) { return stream_; }
-    // The line feed, and the flush if asked for.
+    // The line feed, and the flush if asked for; nothing when no line was begun. A line that the disk does not take is
+    // taken back whole.
     void EndLine(bool forceFlush) ORV_REQUIRES(lock_);
 
 private:

@@ -66,7 +66,8 @@ public:
     virtual bool Authenticate(const std::string& credentials, const std::string& remote, std::string& user) = 0;
     virtual void OnConnected(SessionId session, const std::string& user, const std::string& remote) = 0;
     virtual void OnDisconnected(SessionId session) = 0;
-    // The session was ended because more signals waited for it than may wait; OnDisconnected() follows.
+    // The session was ended because more signals waited for it than may wait; OnDisconnected() follows on the same
+    // thread, one that also works off calls. May block, which holds up calls at worst.
     virtual void OnFallenBehind(SessionId /*session*/) {}
     // Answers one call. An unknown number gets an empty list.
     virtual ParamListHolder OnCall(SessionId session, u32 number, const ParamListHolder& request) = 0;

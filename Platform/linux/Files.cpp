@@ -67,7 +67,7 @@ public:
     void TakeBack(u64 position) override {
         const ThreadWaitScope waiting(ThreadWait::Disk);
         position_ = position;
-        // Should it fail, the next write covers what is left there.
+        // Should it fail, the next writes go over what is left there, as far as they reach.
         while (::ftruncate(file_.Get(), static_cast<off_t>(position)) != 0 && errno == EINTR) {
         }
     }

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "Platform/SystemError.h"
 #include "Platform/Types.h"
@@ -27,9 +28,12 @@ public:
     static constexpr u32 MostDescriptors = 1024;
     static constexpr u32 SpareDescriptors = 32;
 
-    // Listens on every address of `host`, a name or a number, with one port; port 0 is any free one. From here on who
-    // connects waits for Start(). Null with the system's error when none of the addresses can be had or one is in use.
+    // Listens on every address of `host`, a name or a number, with one port; port 0 is one that is free on all of them.
+    // An address for which a name stands twice counts once. From here on who connects waits for Start(). Null with the
+    // system's error when none of the addresses can be had or one is in use. Waits for the look-up of a name.
     static std::unique_ptr<PortListener> Open(const std::string& host, u32 port, SystemError& error);
+    // The same for all addresses of several hosts.
+    static std::unique_ptr<PortListener> Open(const std::vector<std::string>& hosts, u32 port, SystemError& error);
     ~PortListener();  // closes
     PortListener(const PortListener&) = delete;
     PortListener& operator=(const PortListener&) = delete;

@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <unordered_map>
 #include <vector>
 
@@ -29,12 +30,16 @@ namespace {
 constexpr int kWatchMilliseconds = 25;   // between two looks at the strangers
 constexpr int kPauseMilliseconds = 100;  // when a connection cannot be taken, so that it does not wake us at once
 constexpr u32 kTakenInARow = 64;
+constexpr u32 kFreePorts = 16;  // tried until one is free on every address
 
 struct Address {
     sockaddr_storage storage{};
     socklen_t size = sizeof storage;
 
     sockaddr* Get() { return reinterpret_cast<sockaddr*>(&storage); }
+    bool operator==(const Address& other) const {
+        return size == other.size && std::memcmp(&storage, &other.storage, size) == 0;
+    }
     // In the network's order.
     in_port_t& Port() {
         return storage.ss_family == AF_INET6 ? reinterpret_cast<sockaddr_in6&>(storage).sin6_port
@@ -50,6 +55,25 @@ struct Address {
         return (six ? "[" + std::string(text) + "]" : std::string(text)) + ":" + std::to_string(ntohs(Port()));
     }
 };
+
+// Each address that the names stand for, once. None for a name that nobody knows.
+std::vector<Address> FindAddresses(const std::vector<std::string>& hosts) {
+    std::vector<Address> addresses;
+    for (const std::string& host : hosts) {
+        addrinfo wanted{};
+        wanted.ai_socktype = SOCK_STREAM;
+        addrinfo* found = nullptr;
+        if (::getaddrinfo(host.c_str(), nullptr, &wanted, &found) != 0) continue;
+        for (const addrinfo* each = found; each != nullptr; each = each->ai_next) {
+            Address address;
+            address.size = each->ai_addrlen;
+            std::memcpy(&address.storage, each->ai_addr, each->ai_addrlen);
+            if (std::find(addresses.begin(), addresses.end(), address) == addresses.end()) addresses.push_back(address);
+        }
+        ::freeaddrinfo(found);
+    }
+    return addresses;
+}
 
 // The system hands out the lowest free descriptor, so its number tells how many are in use.
 bool RunsShort(int descriptor) {
@@ -101,6 +125,22 @@ struct PortListener::Impl {
         port = ntohs(address.Port());
         sockets.push_back(std::move(socket));
         return 0;
+    }
+
+    // 0, or the system's error, and then on none of them. A name may stand for an address that this machine does not
+    // have; one that somebody else serves is another thing.
+    SystemError ListenOnAll(const std::vector<Address>& addresses, u32 wantedPort) {
+        port = wantedPort;
+        SystemError error = EADDRNOTAVAIL;
+        for (const Address& address : addresses) {
+            const SystemError failed = Listen(address);
+            if (failed == EADDRINUSE) {
+                sockets.clear();
+                return failed;
+            }
+            if (failed != 0) error = failed;
+        }
+        return sockets.empty() ? error : 0;
     }
 
     void Run() {
@@ -173,26 +213,21 @@ PortListener::~PortListener() {
 }
 
 std::unique_ptr<PortListener> PortListener::Open(const std::string& host, u32 port, SystemError& error) {
+    return Open(std::vector<std::string>{host}, port, error);
+}
+
+std::unique_ptr<PortListener> PortListener::Open(const std::vector<std::string>& hosts, u32 port, SystemError& error) {
     auto impl = std::make_unique<Impl>();
-    impl->port = port;
     impl->wake = Descriptor(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
     error = impl->wake.IsOpen() ? 0 : static_cast<SystemError>(errno);
-    addrinfo wanted{};
-    wanted.ai_socktype = SOCK_STREAM;
-    addrinfo* found = nullptr;
-    if (error == 0 && ::getaddrinfo(host.c_str(), nullptr, &wanted, &found) != 0) error = EADDRNOTAVAIL;
-    for (const addrinfo* each = found; each != nullptr && error != EADDRINUSE; each = each->ai_next) {
-        Address address;
-        address.size = each->ai_addrlen;
-        std::copy_n(reinterpret_cast<const char*>(each->ai_addr), each->ai_addrlen,
-                    reinterpret_cast<char*>(&address.storage));
-        const SystemError failed = impl->Listen(address);
-        if (failed != 0) error = failed;
-    }
-    if (found != nullptr) ::freeaddrinfo(found);
-    // A name may stand for an address that this machine does not have; one that somebody else serves is another thing.
-    if (error == EADDRINUSE || impl->sockets.empty()) return nullptr;
-    error = 0;
+    if (error != 0) return nullptr;
+    const std::vector<Address> addresses = FindAddresses(hosts);
+    // The port that the first address has got may be somebody else's on the next one.
+    u32 tries = port == 0 ? kFreePorts : 1;
+    do {
+        error = impl->ListenOnAll(addresses, port);
+    } while (error == EADDRINUSE && --tries != 0);
+    if (error != 0) return nullptr;
     return std::unique_ptr<PortListener>(new PortListener(std::move(impl)));
 }
 

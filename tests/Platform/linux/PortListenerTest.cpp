@@ -166,6 +166,43 @@ TEST_F(PortListenerTest, APortInUseAndAnAddressOfNobodyAreTold) {
     EXPECT_EQ(error, static_cast<SystemError>(EADDRNOTAVAIL));
 }
 
+// Two lines of /etc/hosts for one name: the second one met our own socket.
+TEST_F(PortListenerTest, AnAddressThatIsNamedTwiceIsListenedOnOnce) {
+    const std::vector<std::string> twice{"127.0.0.1", "127.0.0.1"};
+    SystemError error = 1;
+    u32 port = 0;
+    {
+        const auto any = PortListener::Open(twice, 0, error);
+        ASSERT_NE(any, nullptr) << error;
+        port = any->Port();
+    }
+    EXPECT_NE(PortListener::Open(twice, port, error), nullptr) << error;
+}
+
+// Only the first address was asked for a free port. On the second one 800 of them are taken here, out of some 28,000,
+// so that among a thousand free ones of the first address there are some that it cannot have.
+TEST_F(PortListenerTest, AnyFreePortIsOneThatIsFreeOnEveryAddress) {
+    sockaddr_in second{};
+    second.sin_family = AF_INET;
+    second.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 1);
+    std::vector<Descriptor> taken;
+    for (int i = 0; i < 800; ++i) {
+        taken.emplace_back(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        sockaddr_in address = second;
+        ASSERT_EQ(::bind(taken.back().Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    }
+    const std::vector<std::string> both{"127.0.0.1", "127.0.0.2"};
+    SystemError error = 0;
+    for (int i = 0; i < 1'000; ++i) ASSERT_NE(PortListener::Open(both, 0, error), nullptr) << error;
+}
+
+TEST_F(PortListenerTest, AddressesThatCanNeverHaveOnePortAreGivenUp) {
+    const std::vector<std::string> overlapping{"127.0.0.1", "0.0.0.0"};
+    SystemError error = 0;
+    EXPECT_EQ(PortListener::Open(overlapping, 0, error), nullptr);
+    EXPECT_EQ(error, static_cast<SystemError>(EADDRINUSE));
+}
+
 TEST_F(PortListenerTest, ClosingEndsTheListeningAndMayBeRepeated) {
     Start();
     const u32 port = listener_->Port();

@@ -12,6 +12,7 @@
 #include "ServiceProcess/CommonSettings.h"
 #include "ServiceProcess/PreloadSettings.h"
 #include "Tools/orvctl/Report.h"
+#include "Tools/orvctl/SettingsText.h"
 #include "Tools/orvctl/ToolError.h"
 
 namespace Orv {
@@ -51,6 +52,7 @@ Target ReadSettings(const std::string& path) {
         throw ToolError(ExitCode::BadCommandLine,
                         "The settings file " + path + " cannot be opened; check its name and its rights");
     }
+    if (!settings.whole) throw ToolError(ExitCode::BadCommandLine, CutShort(path));
     for (const std::string& message : settings.messages) std::fprintf(stderr, "orvctl: %s\n", message.c_str());
     Target target;
     const SettingsValue host = settings.GetValue("[ConfService].confNIC");

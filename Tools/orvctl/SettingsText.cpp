@@ -36,6 +36,10 @@ bool IsPassword(const std::string& line) {
 
 }  // namespace
 
+std::string CutShort(const std::string& path) {
+    return "The settings file " + path + " cannot be read to its end; look at its disk, and write the file again";
+}
+
 std::string QuotedValue(const std::string& value) {
     return "\"" + value + "\"";
 }

@@ -91,6 +91,11 @@ private:
         }
     }
 
+    static void LoadWhole(CommonSettings& settings, const std::string& path) {
+        if (!settings.Load(path.c_str())) Fail("The settings file " + path + " cannot be opened; run this as root");
+        if (!settings.whole) Fail(CutShort(path));
+    }
+
     // Both files must name the port on which the one service listens.
     void FindPort() {
         port_ = options_.port;
@@ -98,7 +103,7 @@ private:
             const std::string path = Path(account->file);
             CommonSettings settings;
             if (!Platform::PathExists(path)) continue;
-            if (!settings.Load(path.c_str())) Fail("The settings file " + path + " cannot be opened; run this as root");
+            LoadWhole(settings, path);
             const i64 port = settings.GetValue("[ConfService].ConfPort").AsInteger();
             if (port <= 0 || port > 65535)
                 Fail("There is no usable ConfPort under [ConfService] in " + path + Mend(path));
@@ -136,7 +141,7 @@ private:
         const std::string path = Path(account.file);
         if (!Platform::PathExists(path)) return WriteNewAccount(account, path);
         CommonSettings settings;
-        settings.Load(path.c_str());
+        LoadWhole(settings, path);
         const std::string user = settings.GetValue("[ConfService].confUser").AsString();
         const std::string password = settings.GetValue("[ConfService].confPass").AsString();
         if (user.empty()) Fail("There is no confUser under [ConfService] in " + path + Mend(path));

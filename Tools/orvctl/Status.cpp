@@ -7,6 +7,7 @@
 #include "Platform/Thread.h"
 #include "ServiceProcess/CommonSettings.h"
 #include "ServiceProcess/PreloadSettings.h"
+#include "Tools/orvctl/SettingsText.h"
 #include "Tools/orvctl/ToolError.h"
 
 namespace Orv {
@@ -25,7 +26,7 @@ std::string TextOf(CommonSettings& settings, const char* name, const std::string
 // beside it. One that says anything of the service itself is the service's own.
 std::string ServiceFileOf(const std::string& file) {
     CommonSettings settings;
-    if (!settings.Load(file.c_str())) return file;
+    if (!settings.Load(file.c_str()) || !settings.whole) return file;
     for (const char* name : {"[General].AppDataPath", "[General].PipePath", "[General].StatusPath"}) {
         if (settings.GetValue(name).Exists()) return file;
     }
@@ -75,6 +76,7 @@ ServiceSettings ReadServiceSettings(const ConnectionOptions& options) {
                               : "There is no settings file " + result.file +
                                     "; `orvctl setup` makes one, or name another one with -c");
     }
+    if (!settings.whole) throw ToolError(ExitCode::BadCommandLine, CutShort(result.file));
     result.messages = settings.messages;  // a look-up of a missing section would take them away
     result.dataPath = TextOf(settings, "[General].AppDataPath", "./");
     if (result.dataPath.empty() || (result.dataPath.back() != '/' && result.dataPath.back() != '\\')) {

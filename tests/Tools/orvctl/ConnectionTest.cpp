@@ -4,7 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Platform/Files.h"
 #include "Tools/orvctl/Report.h"
+#include "Tools/orvctl/Status.h"
 #include "Tools/orvctl/ToolError.h"
 
 namespace Orv {
@@ -77,6 +79,25 @@ TEST(OrvctlConnection, EachEndOfACallHasItsCode) {
     EXPECT_EQ(CallOnce(connector).first, ExitCode::CannotConnect);
     connector.refuses = true;
     EXPECT_EQ(CallOnce(connector).first, ExitCode::WrongCredentials);
+}
+
+// The system's own files say that they are longer than what can be read of them.
+TEST(OrvctlConnection, ASettingsFileThatCannotBeReadToItsEndIsTold) {
+    ConnectionOptions options;
+    options.configFile = "/sys/kernel/uevent_seqnum";
+    if (!Platform::PathExists(options.configFile)) GTEST_SKIP() << "no " << options.configFile << " on this machine";
+    const auto expectRefusal = [](const auto& read) {
+        try {
+            read();
+            ADD_FAILURE() << "nothing was refused";
+        } catch (const ToolError& error) {
+            EXPECT_EQ(error.Code(), ExitCode::BadCommandLine);
+            EXPECT_THAT(error.what(),
+                        HasSubstr("The settings file /sys/kernel/uevent_seqnum cannot be read to its end"));
+        }
+    };
+    expectRefusal([&] { FindTarget(options); });
+    expectRefusal([&] { ReadServiceSettings(options); });
 }
 
 TEST(OrvctlReport, ColumnsAreAlignedByCharacters) {

@@ -195,6 +195,20 @@ TEST_F(OrvctlSetup, WhatCannotWorkIsToldWithWhatToDo) {
     ExpectRefusal(ExitCode::BadCommandLine, "install the package orv-audio-feed");
 }
 
+// What stands in front of the bad spot would be taken for the whole, and what is missing written anew. The system's own
+// files say that they are longer than what can be read of them.
+TEST_F(OrvctlSetup, ASettingsFileThatCannotBeReadToItsEndIsToldAndLeft) {
+    const std::string shorter = "/sys/kernel/uevent_seqnum";
+    if (!fs::exists(shorter)) GTEST_SKIP() << "no " << shorter << " on this machine";
+    for (const std::string& file : {service_, administrator_}) {
+        fs::create_symlink(shorter, file);
+        ExpectRefusal(ExitCode::BadCommandLine, "The settings file " + file + " cannot be read to its end");
+        EXPECT_TRUE(fs::is_symlink(file));
+        fs::remove(file);
+    }
+    EXPECT_FALSE(fs::exists(database_));
+}
+
 TEST_F(OrvctlSetup, AnAdministratorWhoMayOnlyReadIsRefused) {
     Run();
     OrvTest::WriteFileText(administrator_, OrvTest::ReadFileText(service_));

@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "AudioFeeder/ChannelConnection.h"
 #include "Platform/Clock.h"
 #include "Projects/Common/VoIPFileEngine/ContentCheck.h"
+#include "Projects/Common/VoIPFileEngine/ContentName.h"
 
 namespace Orv {
 
@@ -52,7 +54,18 @@ bool FeedReportsWanted() {
     return reportsWanted.load(std::memory_order_relaxed);
 }
 
-FeedReport::FeedReport(const FeedRow& row, i32 instanceId) : row_(row), instanceId_(instanceId) {}
+FeedReport::FeedReport(const FeedRow& row, i32 instanceId) : instanceId_(instanceId), row_(row) {}
+
+FeedRow FeedReport::Row() const {
+    Guard guard(mutex_);
+    return row_;
+}
+
+// The old row goes with the argument, outside of the mutex.
+void FeedReport::OnRow(FeedRow row) {
+    Guard guard(mutex_);
+    std::swap(row_, row);
+}
 
 void FeedReport::OnBlock(const u8* block, bool late, float gain, const LevelSetting& level) noexcept {
     const i16 peak = PeakOf(block);
@@ -61,6 +74,10 @@ void FeedReport::OnBlock(const u8* block, bool late, float gain, const LevelSett
     if (late) Raise<u64>(lateBlocks_, 1);
     peak_.store(peak, std::memory_order_relaxed);
     gain_.store(gain, std::memory_order_relaxed);
+    OnLevel(level);
+}
+
+void FeedReport::OnLevel(const LevelSetting& level) noexcept {
     level_.store(static_cast<u16>(level.maxLevel) | (level.autogain ? kAutogainBit : 0U), std::memory_order_relaxed);
 }
 
@@ -103,14 +120,20 @@ void FeedReport::CheckContent(const std::string& name) {
     SetBad(name, std::move(reason));
 }
 
-void FeedReport::OnMusicBroken(Platform::SystemError error) {
+// Told as it was given, if it is still known: the reader has it in lower case.
+void FeedReport::OnBroken(const std::string& file, Platform::SystemError error) {
+    std::string given[2];
+    {
+        Guard guard(mutex_);
+        given[0] = music_;
+        given[1] = announcement_;
+    }
+    std::string name = file;
+    for (const std::string& known : given) {
+        if (!known.empty() && NormaliseFileName(known) == file) name = known;
+    }
     Guard guard(mutex_);
-    SetBad(music_, ReadFailure(error));
-}
-
-void FeedReport::OnAnnouncementBroken(Platform::SystemError error) {
-    Guard guard(mutex_);
-    SetBad(announcement_, ReadFailure(error));
+    SetBad(name, ReadFailure(error));
 }
 
 void FeedReport::SetBad(const std::string& name, std::string reason) {
@@ -122,7 +145,6 @@ void FeedReport::SetBad(const std::string& name, std::string reason) {
 FeedFigures FeedReport::Read() const {
     FeedFigures figures;
     figures.hasThread = hasThread_.load(std::memory_order_relaxed);
-    figures.nonstop = row_.Number(Columns::nonstop) != 0;
     figures.clients = clients_.load(std::memory_order_relaxed);
     figures.blocks = blocks_.load(std::memory_order_relaxed);
     figures.blocksSent = blocksSent_.load(std::memory_order_relaxed);
@@ -140,6 +162,7 @@ FeedFigures FeedReport::Read() const {
     if (since != 0)
         figures.writeMilliseconds = static_cast<u32>(std::max(static_cast<i32>(static_cast<u32>(now) - since), 0));
     Guard guard(mutex_);
+    figures.nonstop = row_.Number(Columns::nonstop) != 0;
     figures.music = music_;
     figures.announcement = announcement_;
     figures.badContent = badContent_;

@@ -23,7 +23,7 @@ struct FeedFigures {
     u32 writeMilliseconds = 0;  // for how long a write to a client has been waiting now; 0: none waits
     float gain = 1.0F;
     i16 peak = 0;              // largest magnitude of the last block, as it was sent; 32767 for -32768 too
-    LevelSetting level;        // in use
+    LevelSetting level;        // in use; while nothing plays, what the next block will have
     u64 announcements = 0;     // begun
     std::string music;         // the content name that the main list was last given
     std::string announcement;  // the file of the announcement that plays; empty in a pause
@@ -40,7 +40,8 @@ class FeedReport {
 public:
     FeedReport(const FeedRow& row, i32 instanceId);
 
-    const FeedRow& Row() const noexcept { return row_; }
+    // As the configuration has it. The channel takes the pauses of a change up with its next rebuild only.
+    FeedRow Row() const;
     i32 InstanceId() const noexcept { return instanceId_; }
     FeedFigures Read() const;
 
@@ -51,13 +52,17 @@ public:
     // --- the pump, now and then ---
     void OnClients(u64 count) noexcept { clients_.store(count, std::memory_order_relaxed); }
     void OnPipe(Platform::SystemError error) noexcept { pipeError_.store(error, std::memory_order_relaxed); }
+    void OnLevel(const LevelSetting& level) noexcept;
+    // A file of the music, or of an announcement, ended where a read failed. By the name that its reader has: what is
+    // to play may be another one by now.
+    void OnBroken(const std::string& file, Platform::SystemError error);
     // --- the pump at an end of content, and the configuration events; may wait for the disk ---
     void OnMusic(const std::string& name);
     void OnAnnouncement(const std::string& file);
     void OnPause();
-    // The music, or the announcement, ended where a read failed.
-    void OnMusicBroken(Platform::SystemError error);
-    void OnAnnouncementBroken(Platform::SystemError error);
+    // --- the configuration events ---
+    // The row has changed in a way that leaves the channel standing.
+    void OnRow(FeedRow row);
     // --- the constructor of the channel ---
     void OnThread(bool started) noexcept { hasThread_.store(started, std::memory_order_relaxed); }
 
@@ -65,7 +70,6 @@ private:
     void CheckContent(const std::string& name);
     void SetBad(const std::string& name, std::string reason) ORV_REQUIRES(mutex_);
 
-    const FeedRow row_;
     const i32 instanceId_;
 
     std::atomic<bool> hasThread_{false};
@@ -81,7 +85,8 @@ private:
     std::atomic<u32> level_{0};  // as in PipeFeed.cpp: the limit, and 0x10000 for autogain
     std::atomic<Platform::SystemError> pipeError_{0};
 
-    mutable Platform::Mutex mutex_;  // for a copy of a text, with no lock inside it
+    mutable Platform::Mutex mutex_;  // for a copy of a text or the row, with no lock inside it
+    FeedRow row_ ORV_GUARDED_BY(mutex_);
     std::string music_ ORV_GUARDED_BY(mutex_);
     std::string announcement_ ORV_GUARDED_BY(mutex_);
     std::string badContent_ ORV_GUARDED_BY(mutex_);

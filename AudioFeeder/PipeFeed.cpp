@@ -103,6 +103,10 @@ void IPipeFeed::SetFeedLevel(const LevelSetting& level) noexcept {
     feedLevel_.store(Pack(level), std::memory_order_relaxed);
 }
 
+void IPipeFeed::TellRow(const FeedRow& row) {
+    if (report_) report_->OnRow(row);
+}
+
 bool IPipeFeed::MustStop() const noexcept {
     return channelsStopping.load(std::memory_order_acquire) || stopFlag_.load(std::memory_order_acquire);
 }
@@ -120,6 +124,7 @@ void IPipeFeed::Pump() {
         ServiceListener();
         if (connections_.empty() && !nonstop_) {
             restart = true;  // nothing is read, so the content stands still until a client comes
+            if (report_) report_->OnLevel(LevelThatCounts());
             Nap();
             continue;
         }

@@ -30,8 +30,9 @@ enum class FeedType : i32 {
 // play next when something has ended; serves its pipe between blocks. Without clients it holds its content where it
 // stands, unless the row has `nonstop`. A `feedtype` outside the known ones gives silence.
 //
-// Constructor, destructor, Shutdown(), Start() and SetFeedLevel() belong to the configuration events, one at a time;
-// everything else runs on the pump thread. The thread uses the object without a reference: the destructor joins it.
+// Constructor, destructor, Shutdown(), Start(), SetFeedLevel() and TellRow() belong to the configuration events, one at
+// a time; everything else runs on the pump thread. The thread uses the object without a reference: the destructor joins
+// it.
 class IPipeFeed final : public IContentPlayListener {
 public:
     // Sets up the content and starts the pump. May wait for the disk. A thread that cannot be started leaves a channel
@@ -48,6 +49,8 @@ public:
     // The feed's own limit and autogain, taken up as a pair at the next block. A limit of 0 means that the global pair
     // counts.
     void SetFeedLevel(const LevelSetting& level) noexcept;
+    // The row to tell from now on. The channel itself keeps the one that it was built from.
+    void TellRow(const FeedRow& row);
 
     // Something has ended; gives its list the next content. May wait for the disk.
     void OnContentEvent(const ContentEvent& event) override;

@@ -82,11 +82,7 @@ bool IPipeFeed::BuildPlaylist(bool sorted) {
 
 void IPipeFeed::OnContentEvent(const ContentEvent& event) {
     if (event.kind != ContentEvent::ContentFinished || !streamManager_.IsValid()) return;
-    if (event.error != 0 && report_) {
-        // The only files: what else plays under the ignored id is never read from a disk.
-        if (event.id == ContentIds::MusicFile) report_->OnMusicBroken(event.error);
-        if (event.id == ContentIds::Ignored) report_->OnAnnouncementBroken(event.error);
-    }
+    if (event.error != 0 && report_) report_->OnBroken(event.name, event.error);
     if (event.id == ContentIds::LeadIn) {
         streamManager_->SetMixMask(announcementMask_.load(std::memory_order_relaxed));
     }

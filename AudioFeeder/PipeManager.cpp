@@ -67,8 +67,9 @@ IPipeManager::IPipeManager() : defaultSetReader_(CreateStreamSet()) {
 
 IPipeManager::~IPipeManager() = default;
 
-// Without a thread for the box the other feeds play all the same: those of the default stream find no box and play the
-// default file each for itself, until there is one again and they are built anew.
+// Without a thread for the box the other feeds play all the same. Those of the default stream find no box and play each
+// for itself what follows it: their own folder, and the default file where that is empty; until there is a box again
+// and they are built anew.
 void IPipeManager::RegisterDefaultSet() {
     try {
         defaultMusicBox_ = RegisterMusicBox(DefaultSetName, defaultSetReader_, nullptr, 0);
@@ -87,6 +88,7 @@ bool IPipeManager::UpdateFeed(const FeedRow& newRow, const FeedRow& oldRow) {
         const FeedRow values(newRow.base);
         newFeed->SetFeedLevel(
             {LevelFromPercent(values.Number(Columns::maxvolume)), values.Number(Columns::autogain) != 0});
+        newFeed->TellRow(values);
         newFeed->Start();
         return true;
     }

@@ -6,7 +6,9 @@
 #include <cerrno>
 
 #include "AudioFeeder/AnnouncementTable.h"
+#include "AudioFeeder/ContentItems.h"
 #include "AudioFeeder/PipeFeed.h"
+#include "AudioFeeder/PipeManager.h"
 #include "AudioFeeder/SharedValues.h"
 #include "tests/AudioFeeder/FeederWorld.h"
 
@@ -150,6 +152,41 @@ TEST_F(FeedReportTest, AnAnnouncementWithABadSpotIsNamedOnceThatHasEndedIt) {
         EXPECT_EQ(figures.badContent, "/hello.wav");
         EXPECT_EQ(figures.badReason, "it ended where it could not be read: Input/output error");
         Orv::AnnouncementTable::Instance().Clear();
+    });
+}
+
+// The next file was blamed when a change had begun it between the failed read and the telling.
+TEST_F(FeedReportTest, AFileThatEndedAtABadSpotIsNamedAlsoWhenAnotherOneIsToPlayByThen) {
+    AddMusic();
+    world_.Run([&] {
+        FeedHolder feed(new IPipeFeed(MakeFeed({{"feedtype", 3}})));
+        feed->OnContentEvent({Orv::ContentEvent::ContentFinished, Orv::ContentIds::MusicFile, EIO, "/before.wav"});
+        const FeedFigures figures = feed->Report()->Read();
+        EXPECT_EQ(figures.badContent, "/before.wav");
+        EXPECT_EQ(figures.badReason, "it ended where it could not be read: Input/output error");
+        EXPECT_EQ(figures.music, "/root/Playlist/x/a.wav");
+    });
+}
+
+// It showed the row that the channel was built from, and no level before the first block.
+TEST_F(FeedReportTest, AnIdleFeedShowsItsRowAndItsLevelAlsoAfterAChangeThatLeavesItStanding) {
+    AddMusic();
+    world_.Run([&] {
+        const Orv::FeedRow before = MakeFeed({{"feedtype", 3}, {"maxvolume", 50}});
+        const Orv::FeedRow after =
+            MakeFeed({{"feedtype", 3}, {"maxvolume", 40}, {"autogain", 1}, {"minannouncementpause", 5}});
+        Orv::IPipeManager::Instance()->UpdateFeed(before, {});
+        Sleep(500);
+        const auto report = Orv::IPipeManager::Instance()->Reports().at(0);
+        EXPECT_EQ(report->Read().level, (Orv::LevelSetting{16383, false}));
+        Orv::IPipeManager::Instance()->UpdateFeed(after, before);
+        EXPECT_EQ(report->Row().Number("maxvolume"), 40);
+        EXPECT_EQ(report->Row().Number("autogain"), 1);
+        EXPECT_EQ(report->Row().Number("minannouncementpause"), 5);
+        Sleep(500);
+        EXPECT_EQ(Orv::IPipeManager::Instance()->Reports().at(0), report) << "it is the same channel";
+        EXPECT_EQ(report->Read().level, (Orv::LevelSetting{13106, true}));
+        EXPECT_EQ(report->Read().blocks, 0U);
     });
 }
 

@@ -23,7 +23,11 @@ struct ContentEvent {
 
     u32 kind;
     u32 id;
-    Platform::SystemError error = 0;  // of the read that ended the content before its end; 0: none failed
+    // Of the read that ended the content before its end; 0: none failed. Only the event of a file's own reader has one,
+    // also when already the first read fails; that of a list has none, nor that of a file that could not be opened.
+    Platform::SystemError error = 0;
+    // Beside an error: the file's name as its reader has it, whatever the owner plays by now. Otherwise empty.
+    std::string name{};
 };
 
 // Owned by the caller of GetNextFrame, who makes it empty and walks it afterwards; readers only append.
@@ -66,7 +70,8 @@ public:
 protected:
     bool TestValid() const override { return true; }
     void AppendFinished(ContentEventList& events, Platform::SystemError error = 0) {
-        events.push_back(ContentEvent{ContentEvent::ContentFinished, GetContentId(), error});
+        events.push_back(
+            ContentEvent{ContentEvent::ContentFinished, GetContentId(), error, error != 0 ? GetName() : std::string()});
     }
 
 private:

@@ -1,8 +1,8 @@
 #include "AudioFeeder/AudioFeederHost.h"
 
 #include <exception>
+#include <iostream>
 #include <iterator>
-#include <stdexcept>
 #include <system_error>
 #include <vector>
 
@@ -115,12 +115,14 @@ u32 AudioFeederHost::OnControl(u32 control, u32, void*) {
 
 void AudioFeederHost::Run(u32, void*) {
     CommonSettings settings;
-    if (!settings.Load(ProcessOptions().configFile.c_str())) {
+    const bool opened = settings.Load(ProcessOptions().configFile.c_str());
+    // What is missing behind a bad spot would be defaults that nobody chose.
+    if (!opened || !settings.whole) {
+        // The one word about it: there is no log yet.
+        if (opened) std::cerr << "The settings file " << settings.fileName << " cannot be read to its end" << std::endl;
         ReportStatus(ServiceState::Stopped, 0, 0, 0);
         return;
     }
-    // What is missing would be defaults that nobody chose.
-    if (!settings.whole) throw std::runtime_error("The settings file cannot be read to its end");
     StartUp(settings);
     const std::unique_ptr<StatusServer> status = ServeStatus(settings);
     RunConnection(settings);
@@ -147,10 +149,14 @@ void AudioFeederHost::StartUp(CommonSettings& settings) {
 
     InstallLibraryListeners();
     // Without its thread there is no connection; each try to connect tries this too.
-    if (VXInitialize("AudioProvider", 0, 0) != 0) {
-        ORV_LOG(Error) << "Cannot start thread for the events of the Configuration service";
-    }
+    if (!StartLibrary()) ORV_LOG(Error) << "Cannot start thread for the events of the Configuration service";
     ConfigConnection::ChangeListener.store(&OnConfigUpdate, std::memory_order_release);
+}
+
+// True when the library runs, from now on or already.
+bool AudioFeederHost::StartLibrary() {
+    if (!libraryRuns_) libraryRuns_ = VXInitialize("AudioProvider", 0, 0) == 0;
+    return libraryRuns_;
 }
 
 // Before the first channel is built, and for as long as there may be one. Without the key there is nothing of it.
@@ -169,6 +175,7 @@ std::unique_ptr<StatusServer> AudioFeederHost::ServeStatus(CommonSettings& setti
 }
 
 // Each try after the first one reads the settings file again, so that credentials that are written later are found.
+// What could not be read counts as missing, until the next time.
 void AudioFeederHost::RunConnection(CommonSettings& settings) {
     ConnectionSettings connection = ReadConnectionSettings(settings);
     // From here on the service counts as running, also while the Configuration service is away.
@@ -185,7 +192,6 @@ void AudioFeederHost::RunConnection(CommonSettings& settings) {
             if (WaitBeforeRetry() == Outcome::StopRequested) return;
             ORV_LOG(Info) << "Reading configuration...";
             settings.Load(ProcessOptions().configFile.c_str());
-            if (!settings.fileName.empty() && !settings.whole) continue;
             connection = ReadConnectionSettings(settings);
             continue;
         }
@@ -211,8 +217,7 @@ AudioFeederHost::ConnectionSettings AudioFeederHost::ReadConnectionSettings(Comm
 bool AudioFeederHost::TryConnect(const ConnectionSettings& connection) {
     ORV_LOG(Info) << "Connecting to Configuration service on " << connection.confNic << ":" << connection.confPort
                   << "...";
-    // Once more if it could not start its thread; otherwise nothing happens.
-    VXInitialize("AudioProvider", 0, 0);
+    StartLibrary();
     const std::string credentials = connection.confUser + ":" + connection.confPass;
     if (!ConfigConnection::Connect(connection.confNic.c_str(), static_cast<u32>(connection.confPort), kTables,
                                    static_cast<u32>(std::size(kTables)), credentials.c_str(),

@@ -25,7 +25,8 @@ public:
 
     void Stop() override;
     // Loads the settings file, opens the log, connects, and sleeps until it is told to stop. Both arguments are
-    // ignored. A settings file that cannot be opened ends it at once, without a word.
+    // ignored. A settings file that cannot be opened ends it at once, without a word; one that a disk cuts short, with
+    // a sentence on standard error.
     void Run(u32 argCount, void* args) override;
     // Stop and shutdown raise the stop request; anything else is answered with "running".
     u32 OnControl(u32 control, u32 eventType, void* eventData) override;
@@ -52,10 +53,12 @@ private:
     void RunConnection(CommonSettings& settings);
     void ShutDown();
     static ConnectionSettings ReadConnectionSettings(CommonSettings& settings);
-    static bool TryConnect(const ConnectionSettings& connection);
+    bool StartLibrary();
+    bool TryConnect(const ConnectionSettings& connection);
     static Outcome WaitBeforeRetry();
     static Outcome WaitForStop();
 
+    bool libraryRuns_ = false;
     std::unique_ptr<ServiceWatch> watch_;  // while a service manager runs this
 };
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <stdexcept>
 
 #include "AudioFeeder/LibraryListeners.h"
@@ -97,6 +98,26 @@ TEST_F(HostTest, WithoutItsSettingsFileTheServiceStopsWithoutAWord) {
     EXPECT_EQ(sim_.Service().Statuses()[0].exitCode, 0U);
     EXPECT_FALSE(sim_.Files().Exists("/data"));
     EXPECT_TRUE(log_.empty());
+}
+
+// It was an exception, which on the service's thread aborted the process, again and again as the manager restarted it.
+TEST_F(HostTest, WithASettingsFileThatADiskCutsShortTheServiceStopsWithASentence) {
+    sim_.Files().AddFile(kSettings,
+                         std::string(kNoConnection) + std::string(300, '#') + "\n[ConfService]\nConfPort=5\n");
+    for (const u64 firstBad : {0, 280}) {
+        sim_.Files().FailReads(kSettings, EIO, firstBad);
+        testing::internal::CaptureStderr();
+        Serve([] { Sleep(1'000); });
+        const std::string said = testing::internal::GetCapturedStderr();
+        sim_.Files().ClearFaults();
+        EXPECT_NE(said.find("OrvPhoneSystem.ini cannot be read to its end\n"), std::string::npos) << said;
+        const std::vector<u32> states = States();
+        ASSERT_FALSE(states.empty());
+        EXPECT_EQ(std::count(states.begin(), states.end(), 1U), static_cast<std::ptrdiff_t>(states.size()));
+        EXPECT_EQ(sim_.Service().Statuses().back().exitCode, 0U);
+        EXPECT_FALSE(sim_.Files().Exists("/data"));
+        EXPECT_TRUE(log_.empty());
+    }
 }
 
 TEST_F(HostTest, TheStatesAreStartPendingRunningAndThenTwiceStopPendingAndStopped) {
@@ -224,6 +245,25 @@ TEST_F(HostTest, ASettingsFileThatIsGoneAtALaterReadFallsBackToTheDefaults) {
         Sleep(30'000);
         EXPECT_EQ(Count("Reading configuration..."), 3U);
         EXPECT_EQ(Count("Connecting to Configuration service"), 1U);
+        Stop();
+    });
+}
+
+TEST_F(HostTest, ASettingsFileThatADiskCutsShortAtALaterReadCountsAsFarAsItWasRead) {
+    sim_.Files().AddFile(kSettings, "[General]\nAppDataPath=/data\n[ConfService]\nConfPort=5060\nconfUser=feeder\n" +
+                                        std::string(300, '#') + "\nconfPass=secret\n");
+    config_.refuse = true;
+    Serve([&] {
+        Sleep(5'000);
+        sim_.Files().FailReads(kSettings, EIO, 280);
+        Sleep(10'000);
+        EXPECT_EQ(Count("Reading configuration..."), 1U);
+        EXPECT_EQ(Count("Connecting to Configuration service"), 1U) << "the password was not to be had";
+        sim_.Files().ClearFaults();
+        config_.refuse = false;
+        Sleep(10'000);
+        EXPECT_EQ(Count("Connecting to Configuration service"), 2U);
+        EXPECT_EQ(Count("Connected to Configuration service"), 1U);
         Stop();
     });
 }

@@ -36,7 +36,8 @@ StateSnapshot TakeStateSnapshot();
 // From now on the service's age counts.
 void MarkServiceStart();
 
-// One JSON object, in UTF-8: bytes that are none become U+FFFD. README.md tells the fields.
+// One JSON object, in UTF-8: bytes that are none become U+FFFD. packaging/man/orv-status.5 tells each field, its unit
+// and its range, and each metric below.
 std::string WriteStateJson(const StateSnapshot& state);
 // The same in the text format of Prometheus, version 0.0.4.
 std::string WriteStateMetrics(const StateSnapshot& state);

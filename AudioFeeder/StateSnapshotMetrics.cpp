@@ -2,6 +2,7 @@
 #include <functional>
 
 #include "AudioFeeder/JsonText.h"
+#include "AudioFeeder/PipeFeed.h"
 #include "AudioFeeder/StateSnapshot.h"
 
 namespace Orv {
@@ -16,6 +17,21 @@ std::string Label(std::string_view text) {
         c == '\n' ? escaped += "\\n" : escaped += c;
     }
     return "\"" + escaped + "\"";
+}
+
+// As orvctl says it; a type that nothing knows by its number.
+std::string TypeWord(i32 type) {
+    switch (static_cast<FeedType>(type)) {
+        case FeedType::DefaultSet:
+            return "default";
+        case FeedType::LineIn:
+            return "linein";
+        case FeedType::Shuffled:
+            return "shuffled";
+        case FeedType::Sorted:
+            return "sorted";
+    }
+    return std::to_string(type);
 }
 
 class Metrics {
@@ -81,6 +97,27 @@ void WriteProcess(Metrics& metrics, const StateSnapshot& state) {
     metrics.One("open_files_limit", "gauge", "Descriptors that it may have", std::to_string(process.openFilesLimit));
 }
 
+std::string FeedLabel(const FeedState& feed) {
+    return "feed=" + Label(feed.report->Row().Text(Columns::pipename));
+}
+
+// Texts, which no sample can have as its value: they are labels of a sample that is always 1.
+void WriteTexts(Metrics& metrics, const std::vector<FeedState>& feeds) {
+    metrics.Family("feed_info", "gauge", "What the feed is, and what it plays");
+    for (const FeedState& feed : feeds) {
+        const FeedRow& row = feed.report->Row();
+        metrics.Sample("1", FeedLabel(feed) + ",folder=" + Label(row.Text(Columns::thename)) + ",type=" +
+                                Label(TypeWord(row.Number(Columns::feedtype))) + ",music=" + Label(feed.figures.music) +
+                                ",announcement=" + Label(feed.figures.announcement));
+    }
+    metrics.Family("feed_bad_content_info", "gauge", "The last content of the feed that could not be played, and why");
+    for (const FeedState& feed : feeds) {
+        if (feed.figures.badReason.empty()) continue;
+        metrics.Sample("1", FeedLabel(feed) + ",name=" + Label(feed.figures.badContent) +
+                                ",reason=" + Label(feed.figures.badReason));
+    }
+}
+
 }  // namespace
 
 std::string WriteStateMetrics(const StateSnapshot& state) {
@@ -97,9 +134,10 @@ std::string WriteStateMetrics(const StateSnapshot& state) {
     for (const FeedFamily& family : kFeedFamilies) {
         metrics.Family(family.name, family.type, family.help);
         for (const FeedState& feed : state.feeds) {
-            metrics.Sample(family.value(feed.figures), "feed=" + Label(feed.report->Row().Text(Columns::pipename)));
+            metrics.Sample(family.value(feed.figures), FeedLabel(feed));
         }
     }
+    WriteTexts(metrics, state.feeds);
     return metrics.Get();
 }
 

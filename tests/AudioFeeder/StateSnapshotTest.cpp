@@ -71,6 +71,23 @@ TEST(StateSnapshot, AsMetricsEachFamilyHasItsHelpItsTypeAndASampleForEachFeed) {
     EXPECT_EQ(text.back(), '\n');
 }
 
+TEST(StateSnapshot, AsMetricsTheTextsOfAFeedAreLabelsOfASampleThatIsOne) {
+    Orv::StateSnapshot state = OneFeed("hold");
+    state.feeds[0].figures.announcement = "/a\\b.wav";
+    const std::string text = Orv::WriteStateMetrics(state);
+    EXPECT_THAT(text, HasSubstr("# TYPE orv_feed_info gauge\n"
+                                "orv_feed_info{feed=\"hold\",folder=\"\",type=\"sorted\",music=\"/m \\\"x\\\".wav\","
+                                "announcement=\"/a\\\\b.wav\"} 1\n"));
+    EXPECT_THAT(text, HasSubstr("# TYPE orv_feed_bad_content_info gauge\n"
+                                "orv_feed_bad_content_info{feed=\"hold\",name=\"/b.wav\",reason=\"why\"} 1\n"));
+    const Orv::FeedRow row = MakeRow({{"pipename", "night"}, {"thename", "jazz"}, {"feedtype", 7}});
+    state.feeds[0] = {std::make_shared<Orv::FeedReport>(row, 1), {}};
+    const std::string other = Orv::WriteStateMetrics(state);
+    EXPECT_THAT(other,
+                HasSubstr("orv_feed_info{feed=\"night\",folder=\"jazz\",type=\"7\",music=\"\",announcement=\"\"} 1\n"));
+    EXPECT_THAT(other, Not(HasSubstr("orv_feed_bad_content_info{"))) << "nothing is bad";
+}
+
 TEST(StateSnapshot, TheWordOfAFeedTellsTheWorstOfIt) {
     Orv::FeedFigures figures;
     EXPECT_STREQ(Orv::FeedWord(figures), "dead");

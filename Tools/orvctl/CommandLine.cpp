@@ -80,6 +80,7 @@ void OrvctlCommandLine::DescribeState(CLI::App& app) {
         app.add_subcommand("doctor", "Look for whatever keeps feeds from being heard, and say how to mend it");
     doctor->callback([this] { command_ = [this] { exitCode_ = RunDoctor(context_); }; });
     doctor->footer(
+        "Run it as root: it then looks at files with the rights of the service's user, and as the service sees them.\n"
         "-c names the service's own settings file, or an administrator's in the same folder. Exit codes, for health\n"
         "checks: 0 nothing is wrong, 1 there are warnings (all feeds are heard), 2 there are faults or doctor was "
         "called\n"

@@ -5,6 +5,7 @@
 #include "Platform/Diagnosis.h"
 #include "Platform/NamedPipe.h"
 #include "Platform/Path.h"
+#include "Platform/Rights.h"
 #include "ServiceProcess/DataDirectory.h"
 #include "Tools/orvctl/ToolError.h"
 
@@ -18,14 +19,11 @@ void AddError(const ToolError& error, Ailments& ailments) {
     ailments.Add(Severity::Fault, text.substr(0, cut), cut == std::string::npos ? "" : text.substr(cut + 2));
 }
 
-// The nearest folder above a path that is there.
-std::string NearestFolder(std::string path) {
-    while (path.size() > 1 && Platform::ProbeFolder(path) == Platform::FolderState::Missing) {
-        const auto slash = path.find_last_of("/\\");
-        if (slash == std::string::npos) return ".";
-        path.resize(std::max<std::size_t>(slash, 1));
-    }
-    return path;
+// Where the package keeps the database; nothing else tells.
+constexpr char kDatabaseFolder[] = "/var/lib/Orv/Config";
+
+bool IsThisMachine(const std::string& host) {
+    return host == "localhost" || host == "::1" || host.rfind("127.", 0) == 0;
 }
 
 class Doctor {
@@ -46,14 +44,12 @@ public:
         Platform::SetPipeFolder(settings_.pipeFolder);
         const bool tablesKnown = AskConfiguration();
         if (tablesKnown && settings_.file != settings_.connectionFile) ConnectAsService();
+        plan_.known = tablesKnown;
         ExamineService();
-        CheckPipeFolder(settings_.pipeFolder, serviceRuns_, found);
-        CheckDisk("the logs", NearestFolder(settings_.dataPath + "Data/Logs"), found);
-        if (tablesKnown) {
-            CheckPipes(plan_.feeds, serviceRuns_, found);
-            CheckContents(plan_, found);
-        }
-        if (!state_.is_null()) CheckState(state_, found);
+        CheckDisk("the logs", NearestFolder(LogFolder()), found);
+        if (databaseIsHere_) CheckDisk("the database", kDatabaseFolder, found);
+        if (tablesKnown) CheckPipes(plan_.feeds, service_, found);
+        ExamineFiles();
     }
 
     Ailments found;
@@ -74,7 +70,9 @@ private:
         try {
             ConnectionOptions options = context_.options;
             options.configFile = settings_.connectionFile;
-            Connection connection(*context_.connector, FindTarget(options));
+            const Target target = FindTarget(options);
+            databaseIsHere_ = IsThisMachine(target.host);
+            Connection connection(*context_.connector, target);
             plan_.feeds = connection.Rows(Tables()[AudioFeed]);
             plan_.announcements = connection.Rows(Tables()[Announcement]);
             plan_.preload = settings_.preload;
@@ -111,18 +109,65 @@ private:
         }
         std::string reason;
         if (FetchState(settings_.statusPath, state_, reason)) {
-            serviceRuns_ = true;
+            service_ = ServiceLife::Runs;
         } else {
+            service_ = ServiceLife::Down;
             state_ = nullptr;
             CheckSilence(settings_.statusPath, reason, found);
         }
+    }
+
+    std::string LogFolder() const { return settings_.dataPath + "Data/Logs"; }
+
+    // What the service may not read or write shows with its own rights and in its view alone: root may do everything,
+    // and sees what the unit hides.
+    void ExamineFiles() {
+        const auto examine = [this](LooksAs looksAs) {
+            CheckPipeFolder(settings_.pipeFolder, service_, looksAs, found);
+            if (looksAs == LooksAs::Service) CheckLogFolder(LogFolder(), found);
+            if (plan_.known) CheckContents(plan_, found);
+            if (!state_.is_null()) CheckState(state_, plan_, found);
+        };
+        Platform::Rights rights;
+        auto lent = Platform::Lent::Nothing;
+        if (FindServicesRights(rights)) {
+            lent = Platform::RunWithRights(rights, [&] { examine(LooksAs::Service); });
+        }
+        if (lent == Platform::Lent::Nothing) examine(LooksAs::Caller);
+        if (lent == Platform::Lent::Rights) CheckHiddenFolders(plan_, found);
+    }
+
+    // Of the process that tells its state; without one, of whoever owns what a service has made or writes to. What is
+    // root's there is for others to write to by their group, and tells nothing.
+    bool FindServicesRights(Platform::Rights& rights) const {
+        if (!state_.is_null() && OfProcess(rights)) return true;
+        std::vector<std::string> paths = {LogFolder(), settings_.pipeFolder};
+        for (const Row& feed : plan_.feeds) {
+            const std::string file = Platform::PipeFileName(feed.Text(FeedColumn::PipeName));
+            paths.insert(paths.begin(), Platform::AppendPath(settings_.pipeFolder, file));
+        }
+        if (!settings_.statusPath.empty()) paths.insert(paths.begin(), settings_.statusPath);
+        return std::any_of(paths.begin(), paths.end(), [&](const std::string& path) {
+            return Platform::RightsOfOwner(path, rights) && rights.user != 0;
+        });
+    }
+
+    bool OfProcess(Platform::Rights& rights) const {
+        const Json none;
+        const Json& process = state_.contains("process") ? state_["process"] : none;
+        if (!process.is_object() || !process.contains("id") || !process["id"].is_number_unsigned()) return false;
+        // A service in a container of its own tells a number that is another's here.
+        Platform::Rights owner;
+        return Platform::RightsOfOwner(settings_.statusPath, owner) &&
+               Platform::RightsOfProcess(process["id"].get<u64>(), rights) && rights.user == owner.user;
     }
 
     const CommandContext& context_;
     ServiceSettings settings_;
     FeedPlan plan_;
     Json state_;
-    bool serviceRuns_ = false;
+    ServiceLife service_ = ServiceLife::Unknown;
+    bool databaseIsHere_ = false;
 };
 
 const char* Word(Severity severity) {
@@ -138,6 +183,15 @@ const char* Word(Severity severity) {
 }
 
 }  // namespace
+
+std::string NearestFolder(std::string path) {
+    while (path.size() > 1 && Platform::ProbeFolder(path) == Platform::FolderState::Missing) {
+        const auto slash = path.find_last_of("/\\");
+        if (slash == std::string::npos) return ".";
+        path.resize(std::max<std::size_t>(slash, 1));
+    }
+    return path;
+}
 
 bool Ailments::Mentions(const std::string& text) const {
     return std::any_of(list_.begin(), list_.end(),

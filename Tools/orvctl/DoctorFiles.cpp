@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <map>
 
+#include "Platform/Files.h"
 #include "Platform/FolderSearch.h"
 #include "Platform/Path.h"
 #include "Projects/Common/VoIPFileEngine/ContentCheck.h"
@@ -12,6 +13,7 @@ namespace {
 
 constexpr i32 kShuffled = 2;
 constexpr i32 kSorted = 3;
+constexpr u32 kReadBytes = 65'536;
 constexpr char kImport[] = "`orvctl import` brings files of other kinds into the form that is played";
 
 std::string Join(const std::string& left, const std::string& right) {
@@ -52,6 +54,50 @@ bool IsPreloaded(const FeedPlan& plan, const std::string& path) {
     });
 }
 
+std::string PlaylistFolder(const FeedPlan& plan) {
+    return Platform::FindOnDisk(Join(plan.promptRoot, "Playlist"));
+}
+
+// A row that plays the files of a folder.
+bool PlaysFolder(const Row& feed) {
+    const i32 type = feed.Number(FeedColumn::FeedType);
+    return type == kShuffled || type == kSorted;
+}
+
+// A disk that fails may give a file's beginning all the same.
+bool ReadsToItsEnd(const std::string& path) {
+    Platform::SystemError error = 0;
+    const auto file = Platform::OpenReadFile(path, error);
+    if (file == nullptr) return true;  // it plays from elsewhere
+    std::vector<u8> buffer(kReadBytes);
+    for (u64 position = 0; position < file->Size();) {
+        const u64 count = file->ReadAt(position, buffer.data(), buffer.size());
+        if (count == 0) return false;
+        position += count;
+    }
+    return true;
+}
+
+// Whether a row names the content by itself.
+bool IsNamed(const FeedPlan& plan, const std::string& content) {
+    const std::string wanted = NormaliseFileName(content);
+    return wanted == NormaliseFileName(plan.defaultFile) ||
+           std::any_of(plan.announcements.begin(), plan.announcements.end(), [&](const Row& row) {
+               return wanted == NormaliseFileName(row.Text(AnnouncementColumn::TheFile));
+           });
+}
+
+// Whether it is a file in the folder of a feed.
+bool IsInPlaylist(const FeedPlan& plan, const std::string& content) {
+    const std::string wanted = NormaliseFileName(content);
+    const std::string playlists = PlaylistFolder(plan);
+    return Platform::PathExists(Platform::FindOnDisk(wanted)) &&
+           std::any_of(plan.feeds.begin(), plan.feeds.end(), [&](const Row& feed) {
+               const std::string folder = NormaliseFileName(Join(playlists, feed.Text(FeedColumn::TheName))) + "/";
+               return PlaysFolder(feed) && wanted.rfind(folder, 0) == 0;
+           });
+}
+
 // Of names that differ in case alone, the service plays one: all lower case if there is such, else the bytewise
 // smallest.
 void CheckShadows(const std::string& folder, const std::vector<std::string>& names, Ailments& ailments) {
@@ -89,9 +135,8 @@ public:
     }
 
     void CheckFeed(const Row& feed) {
-        const i32 type = feed.Number(FeedColumn::FeedType);
         const std::string name = "The feed \"" + feed.Text(FeedColumn::PipeName) + "\"";
-        if (type != kShuffled && type != kSorted) return;
+        if (!PlaysFolder(feed)) return;
         const std::string& folder = feed.Text(FeedColumn::TheName);
         const Severity severity = defaultPlays_ ? Severity::Warning : Severity::Fault;
         const std::string instead = defaultPlays_ ? "; it plays the default audio file" : "; it is silent";
@@ -100,7 +145,7 @@ public:
                           "name one with `orvctl feed set " + feed.Text(FeedColumn::PipeName) + " --folder NAME`");
             return;
         }
-        const std::string playlists = Platform::FindOnDisk(Join(plan_.promptRoot, "Playlist"));
+        const std::string playlists = PlaylistFolder(plan_);
         const std::string path = Platform::FindOnDisk(Join(playlists, folder));
         const Folder found = ListFolder(playlists, path);
         if (found.names.empty()) {
@@ -152,6 +197,26 @@ void CheckContents(const FeedPlan& plan, Ailments& ailments) {
     doctor.CheckDefault();
     for (const Row& feed : plan.feeds) doctor.CheckFeed(feed);
     for (const Row& row : plan.announcements) doctor.CheckAnnouncement(row);
+}
+
+void CheckHiddenFolders(const FeedPlan& plan, Ailments& ailments) {
+    std::vector<std::string> paths = {plan.promptRoot, plan.defaultFile};
+    for (const Row& row : plan.announcements) paths.push_back(row.Text(AnnouncementColumn::TheFile));
+    for (const std::string& path : paths) {
+        for (const char* folder : {"/home", "/root", "/tmp", "/var/tmp"}) {
+            if (path.rfind(std::string(folder) + "/", 0) != 0) continue;
+            ailments.Add(Severity::Note,
+                         "\"" + path + "\" lies below " + folder + ", which the packaged unit hides from the service",
+                         "put it elsewhere, below /var/lib/Orv/Data/Ivr/Prompts for instance");
+        }
+    }
+}
+
+Standing LookAgain(const FeedPlan& plan, const std::string& content) {
+    const bool plays = IsPreloaded(plan, content) || WhyNotPlayable(content).empty();
+    if (plays && ReadsToItsEnd(NormaliseFileName(content))) return Standing::Plays;
+    if (!plan.known || IsNamed(plan, content) || IsInPlaylist(plan, content)) return Standing::StillBad;
+    return Standing::Gone;
 }
 
 }  // namespace Orv

@@ -16,6 +16,9 @@ constexpr u64 kFullBytes = 1 * kMegabyte;
 constexpr u64 kNearlyFullBytes = 100 * kMegabyte;
 
 constexpr char kStart[] = "start it with `systemctl start orv-audio-feed` and look at `journalctl -u orv-audio-feed`";
+constexpr char kDropIn[] =
+    "give the user it runs as the right; a folder of your own needs ReadWritePaths= in the packaged unit as well "
+    "(`systemctl edit orv-audio-feed`)";
 constexpr char kRestart[] = "restart it with `systemctl restart orv-audio-feed`";
 
 std::string TextOf(const Json& json, const char* key) {
@@ -25,7 +28,26 @@ double NumberOf(const Json& json, const char* key) {
     return json.contains(key) && json[key].is_number() ? json[key].get<double>() : 0.0;
 }
 
-void CheckFeedState(const Json& feed, Ailments& ailments) {
+// The service remembers the last content that failed for as long as the feed lives; it may have been mended since.
+void CheckBadContent(const std::string& feed, const Json& bad, const FeedPlan& plan, Ailments& ailments) {
+    const std::string file = TextOf(bad, "name");
+    if (ailments.Mentions("\"" + file + "\"")) return;
+    const std::string what = feed + " could not play \"" + file + "\": " + TextOf(bad, "reason") + " (" +
+                             std::to_string(static_cast<u64>(NumberOf(bad, "seconds_ago"))) + " s ago)";
+    switch (LookAgain(plan, file)) {
+        case Standing::Plays:
+            ailments.Add(Severity::Note, what + "; it can be played now", "");
+            return;
+        case Standing::Gone:
+            ailments.Add(Severity::Note, what + "; it is not to be played any more", "");
+            return;
+        case Standing::StillBad:
+            break;
+    }
+    ailments.Add(Severity::Warning, what, "mend or remove it; it is tried again when its turn comes");
+}
+
+void CheckFeedState(const Json& feed, const FeedPlan& plan, Ailments& ailments) {
     const std::string pipe = feed.contains("row") ? TextOf(feed["row"], "pipename") : "";
     const std::string name = "The feed \"" + pipe + "\"";
     if (TextOf(feed, "state") == "dead") {
@@ -47,21 +69,13 @@ void CheckFeedState(const Json& feed, Ailments& ailments) {
             "end or mend that program; `ss -xp` shows who is connected to the pipe. With ClientStallSeconds=30 "
             "under [General] the service ends such clients by itself");
     }
-    if (feed.contains("bad_content") && feed["bad_content"].is_object()) {
-        const Json& bad = feed["bad_content"];
-        const std::string file = TextOf(bad, "name");
-        if (!ailments.Mentions("\"" + file + "\"")) {
-            ailments.Add(Severity::Warning,
-                         name + " could not play \"" + file + "\": " + TextOf(bad, "reason") + " (" +
-                             std::to_string(static_cast<u64>(NumberOf(bad, "seconds_ago"))) + " s ago)",
-                         "mend or remove it; it is tried again when its turn comes");
-        }
-    }
+    if (feed.contains("bad_content") && feed["bad_content"].is_object())
+        CheckBadContent(name, feed["bad_content"], plan, ailments);
 }
 
 }  // namespace
 
-void CheckState(const Json& state, Ailments& ailments) {
+void CheckState(const Json& state, const FeedPlan& plan, Ailments& ailments) {
     const Json& configuration = state["configuration"];
     const std::string link = TextOf(configuration, "state");
     if (link == "lost") {
@@ -72,7 +86,7 @@ void CheckState(const Json& state, Ailments& ailments) {
                      "see to it that orv-config runs and that confNIC, ConfPort, confUser and confPass are right; it "
                      "is tried each ten seconds");
     }
-    for (const Json& feed : state["feeds"]) CheckFeedState(feed, ailments);
+    for (const Json& feed : state["feeds"]) CheckFeedState(feed, plan, ailments);
 }
 
 void CheckSilence(const std::string& path, const std::string& reason, Ailments& ailments) {
@@ -104,9 +118,11 @@ void CheckSilence(const std::string& path, const std::string& reason, Ailments& 
         "run this as root or as a member of the service's group; if it is so all the same, " + std::string(kRestart));
 }
 
-void CheckPipeFolder(const std::string& folder, bool serviceRuns, Ailments& ailments) {
+void CheckPipeFolder(const std::string& folder, ServiceLife service, LooksAs looksAs, Ailments& ailments) {
+    const bool serviceRuns = service == ServiceLife::Runs;
     const std::string name = "The folder of the pipes, " + folder + ",";
-    switch (Platform::ProbeFolder(folder)) {
+    const FolderState state = Platform::ProbeFolder(folder);
+    switch (state) {
         case FolderState::Missing:
             ailments.Add(
                 serviceRuns ? Severity::Fault : Severity::Warning, name + " is missing",
@@ -117,19 +133,34 @@ void CheckPipeFolder(const std::string& folder, bool serviceRuns, Ailments& ailm
                          "remove it, or give another PipePath under [General]");
             return;
         case FolderState::NotReadable:
-            ailments.Add(Severity::Note, name + " may not be read by this user",
-                         "run this as root or as the service's user");
-            return;
         case FolderState::NotWritable:
-            ailments.Add(Severity::Warning, name + " may not be written by this user",
-                         "if the service runs as this user, give it the right; else run this as root or as that user");
-            return;
+            break;
         case FolderState::Usable:
             return;
     }
+    const bool readable = state != FolderState::NotReadable;
+    const std::string what = name + (readable ? " may not be written by " : " may not be read by ");
+    if (looksAs == LooksAs::Service) {
+        ailments.Add(Severity::Fault, what + "the service", kDropIn);
+    } else if (readable) {
+        ailments.Add(Severity::Warning, what + "this user",
+                     "if the service runs as this user, give it the right; else run this as root or as that user");
+    } else {
+        ailments.Add(Severity::Note, what + "this user", "run this as root or as the service's user");
+    }
 }
 
-void CheckPipes(const std::vector<Row>& feeds, bool serviceRuns, Ailments& ailments) {
+void CheckLogFolder(const std::string& folder, Ailments& ailments) {
+    const std::string nearest = NearestFolder(folder);
+    if (Platform::ProbeFolder(nearest) == FolderState::Usable) return;
+    ailments.Add(Severity::Warning,
+                 "The service may not write its logs to " + folder +
+                     (nearest == folder ? "" : ", which is missing: " + nearest + " is not for it to write to"),
+                 kDropIn);
+}
+
+void CheckPipes(const std::vector<Row>& feeds, ServiceLife service, Ailments& ailments) {
+    const bool serviceRuns = service == ServiceLife::Runs;
     std::map<std::string, std::string> pipeByFile;
     for (const Row& feed : feeds) {
         const std::string& pipe = feed.Text(FeedColumn::PipeName);
@@ -151,9 +182,12 @@ void CheckPipes(const std::vector<Row>& feeds, bool serviceRuns, Ailments& ailme
         } else if (state == SocketState::NotASocket) {
             ailments.Add(Severity::Fault, "Where the pipe of the feed \"" + pipe + "\" should be is a file: " + file,
                          "remove it from the folder of the pipes");
-        } else if (state == SocketState::Absent && serviceRuns) {
-            ailments.Add(Severity::Fault, "The pipe of the feed \"" + pipe + "\" is missing",
-                         "build it anew with `orvctl feed rebuild " + pipe + "`");
+        } else if (state == SocketState::Absent && service != ServiceLife::Down) {
+            // Of a service that is known to be down this is told once.
+            const std::string rebuild = "build it anew with `orvctl feed rebuild " + pipe + "`";
+            ailments.Add(
+                Severity::Fault, "The pipe of the feed \"" + pipe + "\" is missing",
+                serviceRuns ? rebuild : "if the service is down, " + std::string(kStart) + "; else " + rebuild);
         }
     }
 }

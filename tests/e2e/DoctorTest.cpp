@@ -39,11 +39,24 @@ protected:
         arguments.insert(arguments.begin(), {exchange_.Program("orvctl"), "-c", exchange_.SettingsFile()});
         return OrvTest::Run(exchange_.Unprivileged(arguments));
     }
+    // As the administrator, who may read and write everything.
+    RunResult AskAsRoot() const {
+        return OrvTest::Run({exchange_.Program("orvctl"), "-c", exchange_.SettingsFile(), "doctor"});
+    }
     // The doctor finds this, says that, and ends so.
     void Expect(int code, const std::string& what, const std::string& remedy) {
         const RunResult result = Ask();
         EXPECT_EQ(result.exitCode, code) << result.output << result.error;
         EXPECT_THAT(result.output, AllOf(HasSubstr(what), HasSubstr(remedy)));
+    }
+    // In the playlist, of the unprivileged user.
+    std::string AddSound(const std::string& name, const std::string& rate, const std::string& channels) const {
+        const std::string path = Playlist() + "music/" + name;
+        const RunResult made = OrvTest::Run(
+            {"/usr/bin/sox", "-n", "-r", rate, "-c", channels, "-b", "16", path, "synth", "1", "sine", "440"});
+        EXPECT_EQ(made.exitCode, 0) << made.error;
+        exchange_.Own(path);
+        return path;
     }
     static constexpr int kWarning = 1;
     static constexpr int kFault = 2;
@@ -165,16 +178,9 @@ TEST_F(Doctor, FindsAMissingAndAnEmptyPlaylistFolder) {
 
 TEST_F(Doctor, FindsFilesThatCannotBeReadOrHaveTheWrongRateOrAreStereo) {
     StartFeeder();
-    const auto sox = [&](const std::string& name, const std::string& rate, const std::string& channels) {
-        const std::string path = Playlist() + "music/" + name;
-        const RunResult made = OrvTest::Run(
-            {"/usr/bin/sox", "-n", "-r", rate, "-c", channels, "-b", "16", path, "synth", "1", "sine", "440"});
-        ASSERT_EQ(made.exitCode, 0) << made.error;
-        exchange_.Own(path);
-    };
-    sox("fast.wav", "44100", "1");
-    sox("wide.wav", "8000", "2");
-    sox("secret.wav", "8000", "1");
+    AddSound("fast.wav", "44100", "1");
+    AddSound("wide.wav", "8000", "2");
+    AddSound("secret.wav", "8000", "1");
     ASSERT_EQ(::chmod((Playlist() + "music/secret.wav").c_str(), 0), 0);
     const std::string over = "The feed \"music\" passes over \"" + Playlist() + "music/";
     Expect(kWarning, over + "fast.wav\": its rate is 44100 Hz; only 8000 Hz is played", "`orvctl import`");
@@ -224,6 +230,95 @@ TEST_F(Doctor, FindsAFullDisk) {
     EXPECT_EQ(full.exitCode, kFault) << full.output;
     EXPECT_THAT(full.output, HasSubstr("The disk of the logs, " + logs + ", is full: "));
     EXPECT_THAT(full.output, HasSubstr("make room there"));
+}
+
+TEST_F(Doctor, FindsAFullDiskOfTheDatabase) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can make a small disk";
+    StartFeeder();
+    // Where the package has it, on a small disk that this doctor alone sees.
+    const std::string disk =
+        "mount -t tmpfs -o size=2m none /var/lib && mkdir -p /var/lib/Orv/Config && "
+        "head -c 4000000 /dev/zero >/var/lib/Orv/Config/much 2>/dev/null; exec \"$@\"";
+    const RunResult result = OrvTest::Run({"/usr/bin/unshare", "--mount", "/bin/sh", "-c", disk, "sh",
+                                           exchange_.Program("orvctl"), "-c", exchange_.SettingsFile(), "doctor"});
+    EXPECT_EQ(result.exitCode, kFault) << result.output << result.error;
+    EXPECT_THAT(result.output, HasSubstr("The disk of the database, /var/lib/Orv/Config, is full: "));
+    EXPECT_THAT(result.output, Not(HasSubstr("The disk of the logs")));
+}
+
+// Root may read and write everything, and so its doctor found nothing of what the service could not.
+TEST_F(Doctor, AsRootItFindsWhatTheServiceMayNotReadOrWrite) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root may do what the service may not";
+    StartFeeder();
+    EXPECT_EQ(AskAsRoot().output, "Nothing is wrong.\n");
+    const std::string secret = AddSound("secret.wav", "8000", "1");
+    ASSERT_EQ(::chown(secret.c_str(), 0, 0), 0);
+    ASSERT_EQ(::chmod(secret.c_str(), 0600), 0);
+    RunResult result = AskAsRoot();
+    EXPECT_EQ(result.exitCode, kWarning) << result.output;
+    EXPECT_THAT(result.output,
+                HasSubstr("The feed \"music\" passes over \"" + secret + "\": it cannot be opened: Permission denied"));
+    const std::string logs = exchange_.Folder() / "d/Data/Logs";
+    ASSERT_EQ(::chmod(logs.c_str(), 0555), 0);
+    result = AskAsRoot();
+    EXPECT_EQ(result.exitCode, kWarning) << result.output;
+    EXPECT_THAT(result.output, HasSubstr("The service may not write its logs to " + logs));
+    ASSERT_EQ(::chmod(exchange_.PipeFolder().c_str(), 0555), 0);
+    result = AskAsRoot();
+    EXPECT_EQ(result.exitCode, kFault) << result.output;
+    EXPECT_THAT(result.output, AllOf(HasSubstr("The folder of the pipes, " + exchange_.PipeFolder() +
+                                               ", may not be written by the service"),
+                                     HasSubstr("needs ReadWritePaths= in the packaged unit")));
+    ::chmod(logs.c_str(), 0755);
+}
+
+TEST_F(Doctor, AsRootItSeesTheFilesAsTheServiceDoes) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can hide a folder from a process";
+    exchange_.WriteSettings("[General]\nStatusPath=" + Socket() + "\n");
+    // As the packaged unit hides /home and others.
+    ProcessOptions options;
+    options.command = {"/usr/bin/unshare",
+                       "--mount",
+                       "/bin/sh",
+                       "-c",
+                       "mount -t tmpfs none \"" + Playlist() + "music\" && exec \"$@\"",
+                       "sh"};
+    for (const std::string& word :
+         exchange_.Unprivileged({exchange_.Program("orv-audio-feed"), "-c", exchange_.SettingsFile()})) {
+        options.command.push_back(word);
+    }
+    Process feeder(options);
+    ASSERT_TRUE(Eventually([&] { return fs::exists(exchange_.PipeFile("music")); }));
+    const RunResult result = AskAsRoot();
+    EXPECT_EQ(result.exitCode, kWarning) << result.output;
+    EXPECT_THAT(result.output, HasSubstr("The feed \"music\" has an empty playlist folder, " + Playlist() + "music"));
+    EXPECT_EQ(feeder.Stop(), 0);
+    EXPECT_THAT(AskAsRoot().output, HasSubstr("lies below /tmp, which the packaged unit hides from the service"))
+        << "no process is there to see with";
+}
+
+// The service remembers the last file that failed, and the doctor warned of it for as long as the feed lived.
+TEST_F(Doctor, AFileThatWasMendedOrRemovedIsWorthANoteAndNoMore) {
+    const std::string first = AddSound("0.wav", "44100", "1");  // no client moves the feed beyond it
+    StartFeeder();
+    const std::string failed = "\"" + first + "\" did not play";
+    ASSERT_TRUE(Eventually([&] { return Ask({"status"}).output.find(failed) != std::string::npos; }));
+    Expect(kWarning, "The feed \"music\" passes over \"" + first + "\": its rate is 44100 Hz", "`orvctl import`");
+    AddSound("0.wav", "8000", "1");
+    const std::string note = "note: The feed \"music\" could not play \"" + first + "\": its rate is 44100 Hz";
+    Expect(0, note, "it can be played now.\nNothing is wrong.\n");
+    fs::remove(first);
+    Expect(0, note, "it is not to be played any more.\nNothing is wrong.\n");
+}
+
+// Without StatusPath nobody could tell that the service was down: the doctor found nothing wrong.
+TEST_F(Doctor, WithoutAToldStateAMissingPipeIsAFault) {
+    exchange_.WriteSettings();
+    Expect(kFault, "The pipe of the feed \"music\" is missing", "systemctl start orv-audio-feed");
+    StartFeeder();
+    EXPECT_EQ(Ask().exitCode, 0) << Ask().output;
+    EXPECT_EQ(exchange_.Feeder().Stop(), 0);
+    Expect(kFault, "The pipe of the feed \"music\" is missing", "systemctl start orv-audio-feed");
 }
 
 TEST_F(Doctor, SaysHowToLetTheServiceTellItsState) {

@@ -5,6 +5,7 @@ whose age and size are set, and what is left of them after the real command.
 usage: log_clean.py PATH_OF_LOG_CLEAN
 """
 import os
+import re
 import subprocess
 import sys
 import tempfile
@@ -128,6 +129,14 @@ class LogClean(unittest.TestCase):
 
     def test_a_folder_that_is_not_there_is_no_fault(self):
         self.assertEqual(self.clean("", "--folder", self.logs + "/none"), "")
+
+    def test_help_names_each_option_and_the_version_is_that_of_the_system(self):
+        said = self.clean("", "--help")
+        for option in ("--config", "--settings", "--folder", "--dry-run", "--version", "Exit codes"):
+            self.assertIn(option, said)
+        with open(os.path.join(os.path.dirname(COMMAND), "../CMakeLists.txt"), encoding="utf-8") as file:
+            version = re.search(r"^project\(.* VERSION (\S+)", file.read(), re.M).group(1)
+        self.assertEqual(self.clean("", "--version"), f"log-clean {version}\n")
 
     def test_an_unknown_argument_is_refused(self):
         self.assertIn("unknown argument --all", self.clean("", "--all", code=2))

@@ -18,27 +18,40 @@ for page in man/*; do
     [ -z "$said" ] || complain "$page: $said"
 done
 
-# What a program's own help names must stand in its page.
-knows() { # program, page, help arguments...
-    local program=$1 text word
-    text=$(man -l "man/$2" | col -b | tr '‐−' '--')
+declare -A texts
+for page in man/*; do
+    texts[${page#man/}]=$(MANWIDTH=1000 man --no-hyphenation -l "$page" | col -b | sed 's/[‐−]/-/g')
+done
+# The word by itself, and not as a part of another option.
+tells() { # page, word
+    grep -qE -e "(^|[^[:alnum:]-])$2([^[:alnum:]-]|\$)" <<<"${texts[$1]}" || complain "$1 does not know $2"
+}
+# What a program's own help names must stand in its page, and so must what each of its commands tells, to the last one.
+declare -i known=0
+knows() { # program, page, words of a command...
+    local program=$1 page=$2 help word
     shift 2
-    for word in $("$program" "$@" --help | awk '/:$/ { section = $1 } section != "Positionals:" && /^  [^ ]/ { gsub(",", " ", $1); print $1 }'); do
+    help=$("$program" "$@" --help) || complain "$program $* --help ended with $?"
+    for word in $(awk '/:$/ { section = $1 } section != "Positionals:" && /^  [^ ]/ { gsub(",", " ", $1); print $1 }' <<<"$help"); do
         [[ $word == --[a-z]* || $word =~ ^[a-z]+$ ]] || continue
-        grep -qF -e "$word" <<<"$text" || complain "the page of $program does not know $word"
+        tells "$page" "$word"
+        known+=1
+    done
+    for word in $(awk '/:$/ { section = $1 } section == "Subcommands:" && /^  [^ ]/ { print $1 }' <<<"$help"); do
+        knows "$program" "$page" "$@" "$word"
     done
 }
 knows orv-listen orv-listen.1
 knows orv-publish orv-publish.1
+knows orv-convert orv-convert.1
 knows orv-config orv-config.8
-knows orv-config orv-config.8 user
-knows orv-config orv-config.8 user add
 knows orvctl orvctl.1
-knows orvctl orvctl.1 setup
-knows orvctl orvctl.1 import
-knows orvctl orvctl.1 status
-knows orvctl orvctl.1 doctor
-knows orvctl orvctl.1 feed
+for word in $(./log-clean --help | grep -oE -e '--[a-z-]+'); do
+    tells orv-log-clean.8 "$word"
+    known+=1
+done
+# So that a help of another shape is not taken for one that names nothing.
+[ "$known" -gt 150 ] || complain "the helps name only $known options and commands"
 
 # --- completion ---
 made=$(mktemp -d)

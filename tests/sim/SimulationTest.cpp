@@ -5,11 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "tests/sim/SimRun.h"
+#include "tests/support/Process.h"
 
 namespace {
 
@@ -62,26 +61,20 @@ TEST(SimulationTest, Seeds176To200AreRight) {
     PlayPart(7);
 }
 
-std::string Contents(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
 // Each run in a process of its own, since the numbers of feeds count on within one. The program prints a hash over
 // every byte that went to the log and to clients, with its time, and over who ran when.
 TEST(SimulationTest, TwoRunsOfASeedGiveTheSameLogTheSameBytesAndTheSameSteps) {
     for (const char* seed : {"7", "8"}) {
+        const OrvTest::TempFolder folder;
         std::string logs[2];
         std::string outputs[2];
         for (int run = 0; run < 2; ++run) {
-            const std::string base = testing::TempDir() + "orvsim" + seed + (run == 0 ? "a" : "b");
+            const std::string base = folder / (run == 0 ? "a" : "b");
             const std::string command =
                 std::string(ORV_SIM_PROGRAM) + " --seed " + seed + " --log " + base + ".log > " + base + ".out";
             ASSERT_EQ(std::system(command.c_str()), 0) << command;
-            logs[run] = Contents(base + ".log");
-            outputs[run] = Contents(base + ".out");
-            std::remove((base + ".log").c_str());
-            std::remove((base + ".out").c_str());
+            logs[run] = OrvTest::ReadFileText(base + ".log");
+            outputs[run] = OrvTest::ReadFileText(base + ".out");
         }
         EXPECT_GT(logs[0].size(), 100'000U);
         EXPECT_NE(outputs[0].find("hash"), std::string::npos);

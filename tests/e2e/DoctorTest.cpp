@@ -3,12 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <filesystem>
 
 #include "tests/e2e/Exchange.h"
+#include "tests/faults/Disks.h"
 
 namespace OrvTest {
 namespace {
@@ -214,10 +214,10 @@ TEST_F(Doctor, FindsAClientThatTakesNothing) {
 }
 
 TEST_F(Doctor, FindsAFullDisk) {
-    if (::geteuid() != 0) GTEST_SKIP() << "only root can make a small disk";
+    if (const std::string why = WhyNoDisks(); !why.empty()) GTEST_SKIP() << why;
     StartFeeder();
     const std::string logs = exchange_.Folder() / "d/Data/Logs";
-    if (::mount("none", logs.c_str(), "tmpfs", 0, "size=2m") != 0) GTEST_SKIP() << "no disk can be made here";
+    const SmallDisk disk(logs, 2048);
     WriteFileText(logs + "/much", std::string(1'900'000, 'x'));
     const RunResult nearly = Ask();
     std::string rest(200'000, 'x');
@@ -225,7 +225,6 @@ TEST_F(Doctor, FindsAFullDisk) {
     more.write(rest.data(), static_cast<std::streamsize>(rest.size())).flush();
     more.close();
     const RunResult full = Ask();
-    ::umount2(logs.c_str(), MNT_DETACH);
     EXPECT_EQ(nearly.exitCode, 0) << "a tenth is left: " << nearly.output;
     EXPECT_EQ(full.exitCode, kFault) << full.output;
     EXPECT_THAT(full.output, HasSubstr("The disk of the logs, " + logs + ", is full: "));

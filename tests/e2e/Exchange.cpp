@@ -18,6 +18,8 @@ namespace OrvTest {
 namespace {
 
 constexpr uid_t UnprivilegedId = 65534;  // nobody, nogroup
+// A try that fails is made again ten seconds later.
+constexpr int ConnectMilliseconds = 40000;
 
 bool IsRoot() {
     return ::geteuid() == 0;
@@ -187,7 +189,7 @@ void Exchange::StartFeeder(bool waitForTables, std::vector<std::pair<std::string
     const std::size_t connectedBefore = LogTexts("Connected to Configuration service '").size();
     feeder_ = Process(options);
     if (!waitForTables) return;
-    if (!WaitForLog("Connected to Configuration service '", 10000, connectedBefore + 1)) {
+    if (!WaitForLog("Connected to Configuration service '", ConnectMilliseconds, connectedBefore + 1)) {
         throw std::runtime_error("the service did not connect");
     }
 }
@@ -339,9 +341,6 @@ std::vector<std::chrono::steady_clock::time_point> Client::Times() const {
 
 // --- the comparison -------------------------------------------------------------------------------------------------
 
-namespace {
-
-// The late reads that the log tells of, in order, on the thread that plays `pipe`.
 std::vector<Model::LateRead> LateReads(const std::vector<LogEntry>& log, const std::string& pipe) {
     std::string thread;
     for (const LogEntry& entry : log) {
@@ -361,8 +360,6 @@ std::vector<Model::LateRead> LateReads(const std::vector<LogEntry>& log, const s
     }
     return late;
 }
-
-}  // namespace
 
 std::string CompareWithModel(const std::vector<Model::Block>& heard, Model::Feed& model,
                              const std::vector<LogEntry>& log, const std::string& pipe, std::size_t firstBlock,

@@ -127,6 +127,10 @@ private:
     std::atomic<bool> paused_{false};
 };
 
+// The late reads of files that the log tells of, in order, on the thread that plays `pipe`, to which a client must have
+// come.
+std::vector<Model::LateRead> LateReads(const std::vector<LogEntry>& log, const std::string& pipe);
+
 // Compares what a client heard, from the content's first block on, with the model; a block that shows a late read of
 // the music file must have its line in the log ("Zeroing out ...") on the thread of the feed's pump. `inspect`, if any,
 // sees each block that was as expected, and the model behind it. Empty when all is well, otherwise what is wrong.

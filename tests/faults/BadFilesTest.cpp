@@ -106,10 +106,7 @@ public:
             });
             EXPECT_TRUE(known) << damage_.name << ", block " << index << " lies in no file";
         }
-        const auto late = static_cast<std::size_t>(std::count_if(log.begin(), log.end(), [](const LogEntry& entry) {
-            return entry.text.find("not ready...") != std::string::npos ||
-                   entry.text.find("in progress...") != std::string::npos;
-        }));
+        const std::size_t late = LateReads(log, damage_.name).size();
         EXPECT_LT(longest, (2 + late) * Model::BlockSamples) << damage_.name;
     }
 

@@ -18,4 +18,4 @@ ORV_LONG=1 build/dev/tests/AudioFeeder/audio_feeder_failing_operation_test
 ORV_LONG=1 build/dev/tests/AudioFeeder/audio_feeder_failing_allocation_test
 
 echo "Real faults, tried harder"
-ORV_LONG=1 ctest --test-dir build/dev --output-on-failure -L faults --timeout 3600
+ORV_LONG=1 ctest --test-dir build/dev --output-on-failure -L faults

@@ -6,15 +6,19 @@
 // audio feed service's client library in the test; and the audio feed service itself.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <optional>
 #include <random>
 #include <set>
 #include <thread>
 
 #include "tests/e2e/Exchange.h"
+#include "tests/faults/Neighbour.h"
 #include "tests/faults/Storm.h"
 #include "tests/faults/Tables.h"
 #include "tests/support/Effort.h"
+#include "tests/support/Seed.h"
 
 namespace OrvTest {
 namespace {
@@ -24,7 +28,6 @@ constexpr int CalmFeeds = 8;
 class ChangeStorm : public ::testing::Test {
 protected:
     void Start(unsigned stormedFeeds) {
-        std::printf("seed %u\n", seed_);
         calmFiles_ = {Model::AudioOf(exchange_.AddPiece("Playlist/calm/a.wav", 10.0, 4.3)),
                       Model::AudioOf(exchange_.AddPiece("Playlist/calm/b.wav", 40.0, 3.1))};
         for (const char* folder : StormFolders) {
@@ -44,6 +47,7 @@ protected:
         ASSERT_TRUE(administrator_->Apply(rows));
         exchange_.WriteSettings("[General]\nStatusPath=" + Socket() + "\n");
         exchange_.StartFeeder();
+        machine_.emplace();
         for (int i = 0; i < CalmFeeds; ++i) clients_.push_back(std::make_unique<Client>(exchange_, CalmFeed(i), 60000));
         for (const auto& client : clients_) ASSERT_TRUE(client->WaitForBlocks(8, 60000));
         begin_ = LoadAsAudioFeed(exchange_.Port());
@@ -147,6 +151,16 @@ protected:
         std::printf("%zu blocks of %d untouched feeds compared\n", blocks, CalmFeeds);
     }
 
+    // While the service was not stopped itself.
+    void ExpectCalmFeedsInTime() const {
+        double late = 0.0;
+        for (std::size_t i = 0; i < clients_.size(); ++i) {
+            late = std::max(late, ExpectInTime(*clients_[i], *machine_, CalmFeed(static_cast<int>(i))));
+        }
+        std::printf("worst lateness of the untouched feeds %.0f ms, of the machine %.0f ms\n", late,
+                    machine_->WorstMilliseconds());
+    }
+
     static std::string CalmFeed(int index) { return "calm" + std::to_string(index); }
     std::string Socket() const { return exchange_.Folder() / "s/state"; }
 
@@ -154,6 +168,7 @@ protected:
     Exchange exchange_;
     std::vector<Model::Bytes> calmFiles_;
     std::unique_ptr<TableClient> administrator_;
+    std::optional<SleepWitness> machine_;
     std::vector<std::unique_ptr<Client>> clients_;
     SeenRows begin_;
 };
@@ -163,6 +178,7 @@ TEST_F(ChangeStorm, EveryChangeOfFourWritersArrivesOnceInOrderAndUntouchedFeedsP
     Start(feeds);
     if (HasFatalFailure()) return;
     Rage(feeds, static_cast<unsigned>(Effort(1500, 10000)));
+    ExpectCalmFeedsInTime();
 }
 
 TEST_F(ChangeStorm, AServiceThatStandsStillInTheStormHasMissedNothingWhenItGoesOn) {

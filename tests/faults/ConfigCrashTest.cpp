@@ -13,6 +13,7 @@
 #include "tests/e2e/Exchange.h"
 #include "tests/faults/Tables.h"
 #include "tests/support/Effort.h"
+#include "tests/support/Seed.h"
 
 namespace OrvTest {
 namespace {
@@ -236,7 +237,6 @@ protected:
 
 TEST_F(ConfigCrash, WhatItHasAcknowledgedIsThereAfterAKillAtAnyMomentAndNothingIsHalfThere) {
     const int kills = Effort(40, 300);
-    std::printf("seed %u\n", seed_);
     exchange_.StartConfig();
     for (int kill = 0; kill < kills && !HasFatalFailure(); ++kill) {
         SCOPED_TRACE("kill " + std::to_string(kill) + " of seed " + std::to_string(seed_));

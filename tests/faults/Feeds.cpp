@@ -19,17 +19,13 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "tests/support/Seed.h"
+
 namespace fs = std::filesystem;
 
 namespace OrvTest {
 
-Chance::Chance() {
-    const char* const given = std::getenv("ORV_FAULT_SEED");
-    const unsigned long seed = given != nullptr ? std::strtoul(given, nullptr, 10) : std::random_device()();
-    std::printf("ORV_FAULT_SEED=%lu repeats what was drawn\n", seed);
-    std::fflush(stdout);
-    engine_.seed(seed);
-}
+Chance::Chance() : engine_(SeedOfRun()) {}
 
 void Chance::SleepUpTo(int milliseconds) {
     std::this_thread::sleep_for(std::chrono::milliseconds(Below(milliseconds + 1)));
@@ -66,6 +62,16 @@ void Feeds::ExpectAllExact(const std::vector<std::unique_ptr<Client>>& listeners
         EXPECT_GE(heard.size(), least) << Name(feed);
         EXPECT_EQ(Compare(feed, heard, log), "");
     }
+}
+
+double Feeds::ExpectInTime(const std::vector<std::unique_ptr<Client>>& listeners, const SleepWitness& machine,
+                           int first) const {
+    double worst = 0.0;
+    for (int feed = first; feed < Count(); ++feed) {
+        const Client& listener = *listeners[static_cast<std::size_t>(feed)];
+        worst = std::max(worst, OrvTest::ExpectInTime(listener, machine, Name(feed)));
+    }
+    return worst;
 }
 
 bool WaitForAll(const std::vector<std::unique_ptr<Client>>& listeners, std::size_t blocks, int milliseconds) {
@@ -183,8 +189,9 @@ bool WaitForState(const Exchange& exchange, const std::function<bool(const Json&
 
 namespace {
 
+constexpr const char* kDiskReader = "read ";
 constexpr const char* kPassingThreads[] = {"default-exec", "event_engine", "grpc_",
-                                           "read ",        "resolver-exe", "timer_manager"};
+                                           kDiskReader,    "resolver-exe", "timer_manager"};
 
 }  // namespace
 
@@ -200,7 +207,6 @@ Footprint FootprintOf(pid_t process) {
         }
         throw std::runtime_error("no " + key + " in " + folder + "/" + file);
     };
-    footprint.threads = number("status", "Threads:");
     footprint.privateDirtyKilobytes = number("smaps_rollup", "Private_Dirty:");
     for (const auto& task : fs::directory_iterator(folder + "/task")) {
         std::string name = ReadFileText(task.path().string() + "/comm");
@@ -208,6 +214,7 @@ Footprint FootprintOf(pid_t process) {
         const bool passing = std::any_of(std::begin(kPassingThreads), std::end(kPassingThreads),
                                          [&](const char* start) { return name.rfind(start, 0) == 0; });
         if (!passing && !name.empty()) footprint.ownThreads.insert(name);
+        if (name.rfind(kDiskReader, 0) != 0 && !name.empty()) ++footprint.threads;
     }
     for (const auto& entry : fs::directory_iterator(folder + "/fd")) {
         static_cast<void>(entry);
@@ -225,6 +232,17 @@ Footprint SteadyFootprintOf(pid_t process) {
         last = std::move(next);
     }
     return last;
+}
+
+Footprint SteadyFootprintOf(pid_t process, long descriptors) {
+    Footprint footprint;
+    Eventually(
+        [&] {
+            footprint = SteadyFootprintOf(process);
+            return footprint.descriptors == descriptors;
+        },
+        60000);
+    return footprint;
 }
 
 std::vector<std::string> ProcessesNaming(const std::string& text) {

@@ -12,12 +12,13 @@
 #include <vector>
 
 #include "tests/e2e/Exchange.h"
+#include "tests/faults/Neighbour.h"
 
 namespace OrvTest {
 
 using Json = nlohmann::json;
 
-// Draws from a seed that is another one at each run, and printed; ORV_FAULT_SEED repeats one.
+// Draws from SeedOfRun().
 class Chance {
 public:
     Chance();
@@ -43,6 +44,9 @@ public:
     std::string Compare(int feed, const std::vector<Model::Block>& heard, const std::vector<LogEntry>& log) const;
     // The same for each listener, by Listen(); `least` blocks are asked of each.
     void ExpectAllExact(const std::vector<std::unique_ptr<Client>>& listeners, std::size_t least) const;
+    // ExpectInTime() of each listener from feed `first` on. The worst of their lateness, in milliseconds.
+    double ExpectInTime(const std::vector<std::unique_ptr<Client>>& listeners, const SleepWitness& machine,
+                        int first = 0) const;
 
 private:
     const Exchange& exchange_;
@@ -80,7 +84,7 @@ bool WaitForState(const Exchange& exchange, const std::function<bool(const Json&
 
 // What a process takes of the system.
 struct Footprint {
-    long threads = 0;
+    long threads = 0;  // without the readers of the disk, which come and go with what the disk is asked
     // The names of those that are the service's own and stay: gRPC's pools and the readers of the disk grow and shrink.
     std::multiset<std::string> ownThreads;
     long descriptors = 0;
@@ -89,6 +93,8 @@ struct Footprint {
 Footprint FootprintOf(pid_t process);
 // The same when its descriptors have not changed for a while: a file may just be closed and opened anew.
 Footprint SteadyFootprintOf(pid_t process);
+// The same once there are so many of them, or as it is after a minute.
+Footprint SteadyFootprintOf(pid_t process, long descriptors);
 
 // Connected to a pipe without waiting; -1 and errno when that fails.
 int TryConnect(const std::string& path);

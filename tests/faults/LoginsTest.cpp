@@ -12,6 +12,7 @@
 
 #include "tests/e2e/Exchange.h"
 #include "tests/faults/Http2Peer.h"
+#include "tests/faults/Neighbour.h"
 #include "tests/faults/ProcessFigures.h"
 #include "tests/support/Effort.h"
 
@@ -23,6 +24,7 @@ using Answer = Http2Peer::Answer;
 
 constexpr int kPeers = 10;
 constexpr long kOneHashKilobytes = 32 * 1024;
+constexpr double kCalmMilliseconds = 100;  // by which a calm machine is late at worst
 
 long MillisecondsSince(Clock::time_point begin) {
     return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count());
@@ -86,6 +88,7 @@ TEST_F(Logins, TenPeersWhoGuessAreSlowedDownAndKeepNobodyWaiting) {
             --guessing;
         });
     }
+    const SleepWitness machine;
     long slowest = 0;
     int right = 0;
     long first = -1;
@@ -98,16 +101,18 @@ TEST_F(Logins, TenPeersWhoGuessAreSlowedDownAndKeepNobodyWaiting) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     for (std::thread& peer : peers) peer.join();
+    // On a calm machine nothing.
+    const double late = machine.WorstMilliseconds() < kCalmMilliseconds ? 0.0 : machine.WorstMilliseconds();
     const long grown = FigureOf(exchange_.Config().Pid(), "VmHWM") - memory;
     std::printf(
         "%d wrong logins of %d peers; %d right ones meanwhile, the slowest took %ld ms; the first of a user %ld ms "
-        "(%ld ms when it was calm); memory grew by %ld kB at most\n",
-        kPeers * guesses, kPeers, right, slowest, first, calm, grown);
+        "(%ld ms when it was calm); memory grew by %ld kB at most; the machine was late by %.0f ms at most\n",
+        kPeers * guesses, kPeers, right, slowest, first, calm, grown, machine.WorstMilliseconds());
 
     EXPECT_EQ(otherwise, 0) << "every wrong login is answered with a refusal";
     EXPECT_EQ(tooEarly, 0);
     EXPECT_GE(right, 10);
-    EXPECT_LT(slowest, 2000);
+    EXPECT_LT(slowest, 2000 + 2 * static_cast<long>(late));
     EXPECT_GE(first, 0);
     // It waits for the hash under way and for those that came before it, one of each peer at most. 2 s, unless the
     // machine is slow at hashing just now.

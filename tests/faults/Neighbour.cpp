@@ -30,6 +30,14 @@ double WorstLateness(const Client& client) {
     return latest - earliest;
 }
 
+double ExpectInTime(const Client& client, const SleepWitness& machine, const std::string& name) {
+    const double worst = WorstLateness(client);
+    const double late = machine.WorstMilliseconds();
+    EXPECT_LE(worst, NapMilliseconds + BlockMilliseconds + 2 * late)
+        << name << "; the machine itself was late by " << late << " ms";
+    return worst;
+}
+
 SleepWitness::SleepWitness()
     : thread_([this] {
           while (!stop_.load()) {
@@ -64,9 +72,7 @@ void Neighbour::ExpectUntouched(bool inMemory) const {
     EXPECT_FALSE(client_->Ended());
     Model::Feed model([sound = Model::Sound(audio_, inMemory)] { return sound; });
     EXPECT_EQ(CompareWithModel(client_->Blocks(), model, exchange_.Log(), name_), "") << name_;
-    const double machine = witness_->WorstMilliseconds();
-    EXPECT_LE(WorstLateness(), NapMilliseconds + BlockMilliseconds + 2 * machine)
-        << name_ << "; the machine itself was late by " << machine << " ms";
+    ExpectInTime(*client_, *witness_, name_);
 }
 
 }  // namespace OrvTest

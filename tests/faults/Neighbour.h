@@ -27,6 +27,10 @@ private:
 // nap.
 double WorstLateness(const Client& client);
 
+// Fails the test when a block came later than one block, the pump's nap and what the machine itself was late, of a feed
+// that what breaks has nothing to do with. `machine` has slept for as long as the client has listened. WorstLateness().
+double ExpectInTime(const Client& client, const SleepWitness& machine, const std::string& name);
+
 // A feed of one piece of music, longer than any test, that is held in memory if the settings say so.
 class Neighbour {
 public:
@@ -37,8 +41,8 @@ public:
     Client& Listen();
     Client& Heard() { return *client_; }
     double WorstLateness() const { return OrvTest::WorstLateness(*client_); }
-    // Each byte was the one that was due, and no block was late by more than one block, the pump's nap and what the
-    // machine itself was late. `inMemory`: the file is preloaded, so that no read can be late.
+    // Each byte was the one that was due, and ExpectInTime(). `inMemory`: the file is preloaded, so that no read can be
+    // late.
     void ExpectUntouched(bool inMemory = false) const;
 
 private:

@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <set>
@@ -16,6 +17,7 @@ namespace OrvTest {
 namespace {
 
 constexpr int kFeeds = 4;
+constexpr int kVictims = 2;  // the feeds, from the first on, whose own clients break
 
 class Outage : public testing::Test {
 protected:
@@ -99,9 +101,11 @@ TEST_F(Outage, TheFeedsOutliveTheConfigurationServiceAndAServiceStartedAfterward
     int acknowledged = 0;
     int tried = 0;
     std::size_t heard = 0;
+    double late = 0.0;
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
         const std::size_t lost = exchange_.LogTexts("[EC000001]").size();
         exchange_.StartFeeder();
+        const SleepWitness machine;
         const auto listeners = feeds_->Listen();
         ASSERT_TRUE(WaitForAll(listeners, 2));
 
@@ -132,13 +136,15 @@ TEST_F(Outage, TheFeedsOutliveTheConfigurationServiceAndAServiceStartedAfterward
         EXPECT_EQ(AskState(exchange_)["configuration"]["state"], "lost");
         feeds_->ExpectAllExact(listeners, since + 8 * 11);
         heard += static_cast<std::size_t>(kFeeds) * (since + 8 * 11);
+        late = std::max(late, feeds_->ExpectInTime(listeners, machine));
         EXPECT_EQ(exchange_.Feeder().Stop(), 0);
 
         exchange_.StartFeeder();
         ExpectTheDatabasesRows();
         EXPECT_EQ(exchange_.Feeder().Stop(), 0);
     }
-    std::printf("%d kills, %d changes acknowledged, %zu blocks compared\n", rounds, acknowledged, heard);
+    std::printf("%d kills, %d changes acknowledged, %zu blocks compared, worst lateness %.0f ms\n", rounds,
+                acknowledged, heard, late);
 }
 
 TEST_F(Outage, AfterAKillOfTheServiceANewOneTakesOverItsPipes) {
@@ -168,6 +174,7 @@ TEST_F(Outage, AfterAKillOfTheServiceANewOneTakesOverItsPipes) {
 
 TEST_F(Outage, AStoppedConfigurationServiceIsHeardByNobodyAndItsChangesComeAfterwards) {
     exchange_.StartFeeder();
+    const SleepWitness machine;
     const auto listeners = feeds_->Listen();
     const int rounds = Effort(3, 60);
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
@@ -181,6 +188,7 @@ TEST_F(Outage, AStoppedConfigurationServiceIsHeardByNobodyAndItsChangesComeAfter
         EXPECT_TRUE(exchange_.WaitForLog("Announcement updated: " + name + "(0)[/x.wav]"));
     }
     feeds_->ExpectAllExact(listeners, static_cast<std::size_t>(rounds) * 8);
+    std::printf("%d stops, worst lateness %.0f ms\n", rounds, feeds_->ExpectInTime(listeners, machine));
     EXPECT_EQ(exchange_.LogTexts("[EC000001]").size(), 0u);
 }
 
@@ -212,12 +220,13 @@ TEST_F(Outage, AStoppedServiceGoesOnWithTheBlockThatWasDueAndHasMissedNoChange) 
 // Of two clients of a feed in processes of their own one is killed or stopped at a random moment, over and over.
 TEST_F(Outage, AClientThatIsKilledOrStoppedDisturbsNoOtherFeedAndItsOwnOnlyWhileItStands) {
     exchange_.StartFeeder();
+    const SleepWitness machine;
     const auto listeners = feeds_->Listen();
     ASSERT_TRUE(WaitForAll(listeners, 2));
     const int rounds = Effort(10, 300);
     int kills = 0;
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
-        const int feed = chance_.Below(kFeeds);
+        const int feed = chance_.Below(kVictims);
         ReaderProcess victim(exchange_, Feeds::Name(feed), exchange_.Folder() / "victim.raw");
         chance_.SleepUpTo(400);
         const bool stops = chance_.Below(2) == 0;
@@ -235,6 +244,8 @@ TEST_F(Outage, AClientThatIsKilledOrStoppedDisturbsNoOtherFeedAndItsOwnOnlyWhile
     const std::size_t most = listeners[0]->Size() / Model::BlockBytes;
     ASSERT_TRUE(WaitForAll(listeners, most));
     feeds_->ExpectAllExact(listeners, most);
+    std::printf("%d clients killed, worst lateness of the feeds that had none of them %.0f ms\n", kills,
+                feeds_->ExpectInTime(listeners, machine, kVictims));
     EXPECT_TRUE(exchange_.WaitForLog("Connection closed. ID=", 20000, static_cast<std::size_t>(kills)));
     EXPECT_EQ(exchange_.LogTexts("Connection closed. ID=").size(), static_cast<std::size_t>(kills));
     EXPECT_TRUE(WaitForState(exchange_, [](const Json& state) {

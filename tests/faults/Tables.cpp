@@ -3,9 +3,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
-#include <random>
 #include <stdexcept>
 
 #include "ConfigClient/ConfigConnection.h"
@@ -76,11 +74,6 @@ MTObjects::THolder<ConfigConnection::TObjectListImpl> ListOf(const Orv::Table& t
 }
 
 }  // namespace
-
-unsigned SeedOfRun() {
-    const char* const given = std::getenv("ORV_SEED");
-    return given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : std::random_device{}();
-}
 
 SeenRows::value_type Seen(const Orv::Table& table, const Orv::Row& row) {
     std::string values;

@@ -14,9 +14,6 @@
 
 namespace OrvTest {
 
-// ORV_SEED, so that a failure can be tried again; otherwise another one each time.
-unsigned SeedOfRun();
-
 // One row: its id, and its columns as "name=value" texts, those that are absent left out.
 struct SeenRow {
     i32 id = 0;

@@ -18,7 +18,7 @@ constexpr u32 kLibraryThreads = 8;
 constexpr u32 kMostMilliseconds = 60'000;
 // What the transport may hold of messages under way: a reply and a signal of the most that they may be, and room.
 constexpr std::size_t MaxTransportBytes = 256u << 20;
-// Its own and the connection's, with some to spare; without them it ends the process.
+// Its own and the connection's, with some to spare; without them it ends the process. Asked for before each try.
 constexpr u64 kLibraryFiles = 8;
 
 grpc::ChannelArguments MakeArguments(const GrpcOptions& options) {
@@ -66,7 +66,8 @@ public:
     std::unique_ptr<ILink> Connect(const std::string& host, u32 port, const std::string& credentials,
                                    ILinkEvents& events, PeerInfo& peer, bool& authFailed) override {
         authFailed = false;
-        if (host.empty() || port == 0 || port > 65535 || !HoldLibrary()) return nullptr;
+        if (host.empty() || port == 0 || port > 65535) return nullptr;
+        if (!HasRoomForFiles(kLibraryFiles) || !HoldLibrary()) return nullptr;
         const std::string target = "dns:///" + JoinAddress(host, port);
         auto channel = grpc::CreateCustomChannel(target, grpc::InsecureChannelCredentials(), MakeArguments(options_));
         auto link = std::make_unique<GrpcClient>(std::move(channel), options_, events);
@@ -85,7 +86,6 @@ private:
     bool HoldLibrary() {
         Platform::LockGuard guard(mutex_);
         if (held_ != nullptr) return true;
-        if (!HasRoomForFiles(kLibraryFiles)) return false;
         if (!HasRoomForThreads(kLibraryThreads + std::clamp(gpr_cpu_num_cores(), 2u, 16u))) return false;
         // It is never used, and so never connects.
         held_ =

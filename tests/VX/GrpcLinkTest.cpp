@@ -1,8 +1,11 @@
 // Goal: a link over the network keeps the promises of VX/Link.h, whatever becomes of the other end. Method: a real
 // server on a free port of this machine, with limits shortened where a test has to reach them.
 
+#include <sys/resource.h>
+
 #include <atomic>
 
+#include "Platform/ProcessFigures.h"
 #include "tests/VX/GrpcFixture.h"
 #include "tests/VX/TcpRelay.h"
 
@@ -105,6 +108,30 @@ TEST_F(GrpcLinkTest, APeerThatDoesNotAnswerEndsConnectAtItsTimeLimit) {
     EXPECT_FALSE(authFailed_);
     EXPECT_GE(Platform::SteadyMilliseconds() - start, 400u);
     EXPECT_LT(Platform::SteadyMilliseconds() - start, 5'000u);
+}
+
+// It was asked for until the library had begun, and no more after that.
+TEST_F(GrpcLinkTest, EachTryIsMadeOnlyWhereThereIsRoomForItsDescriptors) {
+    Listen();
+    TcpRelay silent;
+    GrpcOptions options;
+    options.connectMilliseconds = 4'000;
+    TestEvents events;
+    const auto connector = VX::CreateGrpcConnector(options);
+    const auto connect = [&](u32 port) {
+        return connector->Connect("127.0.0.1", port, credentials_, events, peer_, authFailed_);
+    };
+    ASSERT_NE(connect(server_->Port()), nullptr);
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit few = before;
+    few.rlim_cur = Platform::ReadProcessFigures().openFiles + 7;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+    const u64 start = Platform::SteadyMilliseconds();
+    EXPECT_EQ(connect(silent.Port()), nullptr);
+    EXPECT_LT(Platform::SteadyMilliseconds() - start, 4'000u) << "nobody was asked";
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_NE(connect(server_->Port()), nullptr);
 }
 
 TEST_F(GrpcLinkTest, CallsCarryTheirListsBothWays) {

@@ -35,7 +35,7 @@ public:
 class IOverlappedFile {
 public:
     virtual ~IOverlappedFile() = default;
-    // A read record for this file, not started. Null only when memory runs out.
+    // A read record for this file, not started. Never null.
     virtual std::shared_ptr<OverlappedRead> MakeRead() = 0;
     // Starts `length` (1 to Capacity) bytes from `position`. The read must not be pending. Never blocks: what is in the
     // page cache may be Done at once, everything else is Pending. Dropping the last reference of the caller to a

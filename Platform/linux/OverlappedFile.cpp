@@ -5,7 +5,6 @@
 #include <atomic>
 #include <cerrno>
 #include <limits>
-#include <new>
 #include <utility>
 
 #include "Platform/Path.h"
@@ -133,11 +132,7 @@ private:
 };
 
 std::shared_ptr<OverlappedRead> OverlappedFile::MakeRead() {
-    try {
-        return std::make_shared<ReadRecord>(shared_from_this());
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
+    return std::make_shared<ReadRecord>(shared_from_this());
 }
 
 ReadState OverlappedFile::StartRead(const std::shared_ptr<OverlappedRead>& read, u64 position, u32 length) {

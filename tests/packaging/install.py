@@ -3,7 +3,7 @@
 other programs, and a purge leaves the sound files and nothing else. Method: the packages are made from the programs of
 this build and installed by dpkg into an empty folder; no service manager runs, so users and folders come from the
 packages' own files, and the programs are started in that root as the installed units say (ExecStart, User, Group,
-SupplementaryGroups, the limits), with a notify socket of the test's own and in a network of their own.
+SupplementaryGroups, the limits, UMask, Environment), with a notify socket of the test's own and in a network of their own.
 
 usage: install.py FOLDER_OF_PROGRAMS
 """
@@ -13,6 +13,7 @@ import os
 import re
 import shutil
 import signal
+import socket
 import sqlite3
 import stat
 import sys
@@ -28,6 +29,7 @@ PROGRAMS = ("/usr/sbin/orv-audio-feed", "/usr/sbin/orv-config", "/usr/bin/orvctl
 UNITS = ("orv-audio-feed.service", "orv-config.service", "orv-log-clean.service", "orv-log-clean.timer")
 MOST_EXPOSED = 15  # tenths
 JAZZ = "var/lib/Orv/Data/Ivr/Prompts/Playlist/jazz"
+OWN_FOLDER = "srv/our pipes"
 PIECE = 3  # seconds of each imported file
 HEARD = 8  # seconds of the feed that plays them in turn
 
@@ -103,6 +105,28 @@ def check_units(root):
             print(said.strip().splitlines()[-1].encode("ascii", "ignore").decode().strip())
     finally:
         shutil.rmtree(system, ignore_errors=True)
+
+
+def check_enabled(root):
+    """The services and the timer start with the system, which is what the packages' scripts have to see to."""
+    for wanted in ("multi-user.target.wants/orv-audio-feed.service", "multi-user.target.wants/orv-config.service",
+                   "timers.target.wants/orv-log-clean.timer"):
+        link = root / f"etc/systemd/system/{wanted}"
+        need(os.path.islink(link), f"{wanted} is not enabled")
+        need(os.readlink(link) == "/lib/systemd/system/" + os.path.basename(wanted), f"{wanted} is {os.readlink(link)}")
+
+
+def check_started(root, name, process):
+    """The process has what its unit gives it."""
+    unit = Unit(root / f"lib/systemd/system/{name}")
+    with open(f"/proc/{process.pid}/status", encoding="utf-8") as file:
+        umask = next(line.split()[1] for line in file if line.startswith("Umask:"))
+    need(umask == unit.get("UMask"), f"{name} runs with the umask {umask}")
+    with open(f"/proc/{process.pid}/limits", encoding="utf-8") as file:
+        limits = file.read()
+    for title, limit in (("Max open files", "nofile"), ("Max locked memory", "memlock")):
+        if limit in unit.limits():
+            need(re.search(rf"^{title} +{unit.limits()[limit]} ", limits, re.M), f"{name} runs with\n{limits}")
 
 
 def check_rights(root, path, mode, user, group):
@@ -233,6 +257,34 @@ def check_consumers(root):
         shutil.rmtree(work, ignore_errors=True)
 
 
+def stop(process, manager):
+    process.send_signal(signal.SIGTERM)
+    manager.wait_for("STOPPING=1")
+    need(process.wait(20) == 0, f"a service ended with {process.returncode}")
+    manager.wait_for("STATUS=Stopped")
+
+
+def leave_sockets(root):
+    """A service that is killed while its pipes and its state lie in folders that an administrator chose."""
+    uid, gid, _ = root.ids("orv", "orv-audio")
+    os.makedirs(root / OWN_FOLDER)
+    os.chown(root / OWN_FOLDER, uid, gid)
+    with open(root / "etc/orv/OrvPhoneSystem.ini", "a", encoding="utf-8") as file:
+        file.write(f'\n[General]\n pipepath = "/{OWN_FOLDER}/" ; not the package\'s\nStatusPath=/{OWN_FOLDER}/state\n')
+    with open(root / f"{OWN_FOLDER}/notes.txt", "w", encoding="utf-8") as file:
+        file.write("somebody's\n")
+    with socket.socket(socket.AF_UNIX) as others:  # as who publishes a live source leaves one
+        others.bind(root / f"{OWN_FOLDER}/radio")
+    manager = Notify(root, "notify-killed")
+    feed = root.start_unit("orv-audio-feed.service", manager)
+    for name in ("default", "hold", "state"):
+        within(15, lambda name=name: os.path.exists(root / f"{OWN_FOLDER}/{name}"), f"there is no socket {name}")
+    feed.kill()
+    feed.wait(20)
+    left = sorted(os.listdir(root / OWN_FOLDER))
+    need(left == ["default", "hold", "notes.txt", "radio", "state"], f"the killed service left {left}")
+
+
 def check_purge(root):
     need(glob.glob(root / "var/lib/Orv/Data/Logs/Backup/*/OrvAudioProvider.*.log"), "there is no closed log to remove")
     said = root.dpkg("--purge", "orv-tools", "orv-config", "orv-audio-feed")
@@ -247,7 +299,8 @@ def check_purge(root):
                   and path not in ("/etc/passwd", "/etc/group", "/etc/shadow", "/etc/gshadow", "/etc/shadow-", "/etc/gshadow-", "/etc/passwd-",
                                    "/etc/group-", "/etc/.pwd.lock", "/var/log/dpkg.log"))
     backups = [path for path in ours if path.startswith("/var/backups/orv-config-")]
-    need(ours == sorted(backups + [f"/{JAZZ}/a-song.wav", f"/{JAZZ}/b-song.wav"]), f"left over: {ours}")
+    need(ours == sorted(backups + [f"/{JAZZ}/a-song.wav", f"/{JAZZ}/b-song.wav", f"/{OWN_FOLDER}/notes.txt",
+                                   f"/{OWN_FOLDER}/radio"]), f"left over: {ours}")
     need(len(backups) == 1, f"the database was kept as {backups}")
     with sqlite3.connect(root / backups[0]) as database:
         rows = database.execute("SELECT pipename, maxvolume FROM AUDIOFEED").fetchall()
@@ -269,6 +322,7 @@ def main():
         check_lintian(work)
         root.dpkg("--install", *packages)
         check_units(root)
+        check_enabled(root)
         check_folders(root)
         root.lend_libraries()
         check_setup(root)
@@ -279,15 +333,15 @@ def main():
         feed_manager.wait_for("READY=1")
         for manager in (config_manager, feed_manager):
             manager.wait_for("WATCHDOG=1")
+        check_started(root, "orv-config.service", config)
+        check_started(root, "orv-audio-feed.service", feed)
         check_sound(root)
         check_change(root)
         check_import(root)
         check_consumers(root)
-        for process, manager in ((feed, feed_manager), (config, config_manager)):
-            process.send_signal(signal.SIGTERM)
-            manager.wait_for("STOPPING=1")
-            need(process.wait(20) == 0, f"a service ended with {process.returncode}")
-            manager.wait_for("STATUS=Stopped")
+        stop(feed, feed_manager)
+        leave_sockets(root)
+        stop(config, config_manager)
         check_purge(root)
         print("installed, imported, heard, purged")
         return 0

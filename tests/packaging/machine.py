@@ -72,7 +72,7 @@ class StandIn:
     def __init__(self, machine):
         self.machine = machine
         self.running = {}
-        self.starts = 0
+        self.done = []  # "start orv-config.service", in order
         self.listener = socket.socket(socket.AF_UNIX)
         self.listener.bind(machine / CONTROL)
         self.listener.listen()
@@ -94,7 +94,7 @@ class StandIn:
         if action == "daemon-reload":
             return 0, ""
         if action == "is-enabled":
-            return 0, "enabled\n"
+            return 0, "".join(map(self.enabled, units))
         if action == "is-active":
             return (0, "active\n") if all(map(self.is_active, units)) else (3, "inactive\n")
         if action == "status":
@@ -111,6 +111,15 @@ class StandIn:
 
     def is_active(self, unit):
         return unit in self.running and self.running[unit][0].poll() is None
+
+    def enabled(self, name):
+        """The packages enable all that says for what it is wanted; nobody else disables it here."""
+        wanted = Unit(self.machine / f"lib/systemd/system/{name}").get("WantedBy", "Install")
+        return "enabled\n" if wanted else "static\n"
+
+    def process_of(self, unit):
+        """The number of its process, None when it does not run."""
+        return self.running[unit][0].pid if self.is_active(unit) else None
 
     def status(self, unit):
         process, manager = self.running.get(unit, (None, None))
@@ -129,14 +138,15 @@ class StandIn:
             return
         for wanted in unit.get("Wants", "Unit").split():
             self.start(wanted)
-        self.starts += 1
-        manager = Notify(self.machine, f"notify-{self.starts}")
+        self.done.append(f"start {name}")
+        manager = Notify(self.machine, f"notify-{len(self.done)}")
         self.running[name] = self.machine.start_unit(name, manager), manager
         manager.wait_for("READY=1", 30)
 
     def stop(self, name):
         if not self.is_active(name):
             return
+        self.done.append(f"stop {name}")
         process = self.running.pop(name)[0]
         process.send_signal(signal.SIGTERM)
         need(process.wait(30) == 0, f"{name} ended with {process.returncode}")

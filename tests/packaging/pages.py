@@ -3,11 +3,13 @@
 page (each line of a code block without a language, and each `span` that begins with a program and goes on) and typed one
 after the other, on a terminal, on a machine that the test makes and throws away (machine.py). One that runs until it is
 stopped gets its Ctrl-C after ten seconds; the lines below it do not wait for that, as in another terminal. ./test.sh alone
-is left out. What stands for something else: a build is the copy of this build's programs, systemctl is a stand-in.
+is left out. Before the guide removes what it has installed, the packages are installed once more over what runs. What
+stands for something else: a build is the copy of this build's programs, systemctl is a stand-in.
 
 usage: pages.py README.md|docs/guide.md FOLDER_OF_PROGRAMS
 """
 import fcntl
+import glob
 import os
 import pty
 import re
@@ -34,10 +36,10 @@ METER = r"\] +-[1-6]?\d\.\d dB  peak"  # no silence, which is -96 dB or less
 class Expected:
     """What is known of one command. All others must end by themselves, with 0."""
 
-    def __init__(self, text, says="", stopped=False, help_only=False, answer="", whole_page=False, codes=(0,)):
+    def __init__(self, text, says="", stopped=False, answer="", whole_page=False, codes=(0,)):
         self.text, self.says, self.stopped, self.answer, self.codes = text, says, stopped, answer, codes
-        self.help_only = help_only    # the page names a subcommand and does not tell to type it
         self.whole_page = whole_page  # runs while the others are typed
+        self.ahead = None             # what the test does itself ahead of it
         self.used = False
 
 
@@ -151,9 +153,9 @@ class Page:
             if line.startswith("./test.sh"):
                 continue
             expected = self.find(line)
-            need(not expected.help_only or line == expected.text, f"{line}: is that to be typed?")
-            typed = Typed(self.machine, line + (" --help" if expected.help_only else ""), self.user, self.folder,
-                          self.environment)
+            if expected.ahead:
+                expected.ahead()
+            typed = Typed(self.machine, line, self.user, self.folder, self.environment)
             self.count += 1
             if expected.whole_page:
                 typed.wait_for(expected.says, LONGEST)
@@ -202,7 +204,7 @@ GUIDE = [
     Expected("orvctl setup", "The services run"),
     Expected("orv-listen default --meter", METER, stopped=True),
     Expected("orv-listen hold --meter", METER, stopped=True),
-    Expected("orvctl import song.flac", r"song\.wav"),
+    Expected("orvctl import song.flac", r"(?s)\] +\d+%  1/1  song\.flac.*song\.wav"),  # its bar, then its table
     Expected("ffmpeg", "", stopped=True),
     Expected("orvctl status --watch", r"hold +", stopped=True, codes=(-2,)),
     Expected("orvctl status", r"hold +(playing|idle)"),
@@ -234,6 +236,28 @@ def readme(machine, programs):
     need(len(heard) == 80000 and loudest(heard) > 500, f"hold.wav has {len(heard)} samples, the loudest {loudest(heard)}")
 
 
+def check_upgrade(machine, manager, folder):
+    """New packages over those that run: each service is started anew, and a new orv-config is not left without the audio
+    feed service, which would never connect to it again by itself."""
+    config, feed = "orv-config.service", "orv-audio-feed.service"
+    for package, expected in ((config, ["stop " + config, "start " + config, "stop " + feed, "start " + feed]),
+                              (feed, ["stop " + feed, "start " + feed])):
+        before, done = {unit: manager.process_of(unit) for unit in (config, feed)}, len(manager.done)
+        file = os.path.basename(*glob.glob(f"{machine / folder}/{package.split('.')[0]}_*.deb"))
+        machine.run("/usr/bin/dpkg", "--install", f"{folder}/{file}", environment={"DEBIAN_FRONTEND": "noninteractive"})
+        need(manager.done[done:] == expected, f"the upgrade by {file} did {manager.done[done:]}")
+        for unit, process in before.items():
+            again = manager.process_of(unit)
+            need(again, f"{unit} does not run after the upgrade by {file}")
+            need((again != process) == ("start " + unit in expected), f"{unit} was process {process} and is {again}")
+        # Ready comes before the tables.
+        said, end = "", time.monotonic() + 20
+        while "Nothing is wrong" not in said:
+            need(time.monotonic() < end, f"doctor says after the upgrade by {file}:\n{said}")
+            said = machine.start(("/usr/bin/orvctl", "doctor")).communicate(timeout=60)[0]
+    print("upgraded")
+
+
 def guide(machine, programs):
     folder = machine / "root/orv"
     os.makedirs(folder)
@@ -243,7 +267,10 @@ def guide(machine, programs):
     run("useradd", "--root", machine.path, "--system", "asterisk")
     make_stereo_flac(folder + "/song.flac", 20)
     make_mp3(folder + "/thanks.mp3", 3)
-    StandIn(machine)
+    manager = StandIn(machine)
+    # The last thing that the guide does with what it has installed.
+    purge = next(expected for expected in GUIDE if expected.text == "apt purge")
+    purge.ahead = lambda: check_upgrade(machine, manager, "/root/orv")
     page = Page(machine, "root", "/root/orv", "/usr/sbin:/usr/bin:/sbin:/bin", GUIDE)
     with open(f"{TREE}/docs/guide.md", encoding="utf-8") as file:
         page.type_all(file.read())

@@ -4,6 +4,7 @@ import array
 import glob
 import os
 import resource
+import shlex
 import socket
 import struct
 import subprocess
@@ -80,6 +81,17 @@ def loudest(samples):
     return max(map(abs, samples), default=0)
 
 
+def size_of(text):
+    """A number as units have it, with a K, M or G behind it or without."""
+    return int(text.rstrip("KMG")) << {"K": 10, "M": 20, "G": 30}.get(text[-1], 0)
+
+
+def allowed(limit, wanted):
+    """What can be had of a limit: a container may allow less."""
+    most = resource.getrlimit(limit)[1]
+    return wanted if most == resource.RLIM_INFINITY else min(wanted, most)
+
+
 class Unit:
     """One unit file; a key that may be given again has the list of its values."""
 
@@ -96,6 +108,23 @@ class Unit:
 
     def get(self, key, section="Service"):
         return self.values.get((section, key), [""])[-1]
+
+    def environment(self):
+        """What all Environment= lines set together; an empty one takes back what stands before it."""
+        variables = {}
+        for line in self.values.get(("Service", "Environment"), []):
+            if not line:
+                variables.clear()
+            variables.update(item.split("=", 1) for item in shlex.split(line))
+        return variables
+
+    def limits(self):
+        """The limits of the process, under the names that prlimit has for them."""
+        limits = (("nofile", "LimitNOFILE", resource.RLIMIT_NOFILE), ("memlock", "LimitMEMLOCK", resource.RLIMIT_MEMLOCK))
+        return {name: allowed(limit, size_of(self.get(key))) for name, key, limit in limits if self.get(key)}
+
+    def umask(self):
+        return int(self.get("UMask") or "0022", 8)
 
 
 class Root:
@@ -126,12 +155,10 @@ class Root:
         uid, gid, groups = self.ids(user, group, extra)
         return ["/usr/sbin/chroot", f"--userspec={uid}:{gid}", "--groups=" + ",".join(map(str, groups or [gid])), self.path]
 
-    def start(self, command, user="root", group="root", extra="", files=None, environment=None, output=None, **options):
+    def start(self, command, user="root", group="root", extra="", limits=None, environment=None, output=None, **options):
         front = self.entry(user, group, extra)
-        if files:
-            # A container may allow less.
-            files_allowed = min(files, resource.getrlimit(resource.RLIMIT_NOFILE)[1])
-            front = ["prlimit", f"--nofile={files_allowed}:{files_allowed}", *front]
+        if limits:
+            front = ["prlimit", *(f"--{name}={value}:{value}" for name, value in limits.items()), *front]
         variables = {"PATH": "/usr/sbin:/usr/bin", "LC_ALL": "C.UTF-8"}
         variables.update(environment or {})
         process = subprocess.Popen([*front, *command], env=dict(variables, PATH=variables["PATH"] + ":/sbin:/bin"),
@@ -157,12 +184,12 @@ class Root:
         """Starts what the installed unit says, in its way, but for the hardening."""
         unit = Unit(self / f"lib/systemd/system/{name}")
         need(unit.get("Type") == "notify", f"{name} is not of type notify")
-        environment = dict(item.split("=", 1) for item in unit.get("Environment").split())
+        environment = unit.environment()
         environment["NOTIFY_SOCKET"] = notify.inside
         environment["WATCHDOG_USEC"] = str(int(unit.get("WatchdogSec")) * 1000000)
         with open(self / f"tmp/{name}.out", "a", encoding="utf-8") as output:
             return self.start(unit.get("ExecStart").split(), unit.get("User"), unit.get("Group"),
-                              unit.get("SupplementaryGroups"), int(unit.get("LimitNOFILE")), environment, output)
+                              unit.get("SupplementaryGroups"), unit.limits(), environment, output, umask=unit.umask())
 
     def tell_logs(self):
         for path in glob.glob(self / "tmp/*.out") + glob.glob(self / "var/lib/Orv/Data/Logs/**/*.log", recursive=True):

@@ -23,6 +23,10 @@ while [ $# -gt 0 ]; do
             esac
             shift 2
             ;;
+        -h | --help)
+            sed -n '2,8s/^# \{0,1\}//p' run.sh
+            exit 0
+            ;;
         *)
             echo "usage: ./run.sh [--seconds N]" >&2
             exit 2

@@ -9,6 +9,12 @@
 #   ./test.sh --long          what takes hours instead, tests/long.sh
 set -euo pipefail
 cd "$(dirname "$0")"
+case ${1:-} in
+    -h | --help)
+        sed -n '2,9s/^# \{0,1\}//p' test.sh
+        exit 0
+        ;;
+esac
 . cmake/packages.sh
 # shellcheck disable=SC2086
 orv_install $ORV_TEST_PACKAGES

@@ -27,8 +27,12 @@ case $what in
         exit "$code"
         ;;
     goals | curve | compare | kernels) ;;
+    -h | --help)
+        sed -n '2,11s/^# \{0,1\}//p' bench/run.sh
+        exit 0
+        ;;
     *)
-        sed -n '4,8s/^# *//p' "$0" >&2
+        sed -n '4,8s/^# *//p' bench/run.sh >&2
         exit 1
         ;;
 esac

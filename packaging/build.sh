@@ -19,7 +19,8 @@ while [ $# -gt 0 ]; do
         --binaries) binaries=$(realpath "${2:?--binaries needs a folder}"); shift 2 ;;
         --output) output=${2:?--output needs a folder}; shift 2 ;;
         --fast) fast=1; shift ;;
-        *) sed -n '2,11s/^# \{0,1\}//p' "$0" >&2; exit 2 ;;
+        -h | --help) sed -n '2,10s/^# \{0,1\}//p' packaging/build.sh; exit 0 ;;
+        *) sed -n '2,10s/^# \{0,1\}//p' packaging/build.sh >&2; exit 2 ;;
     esac
 done
 for tool in dpkg-buildpackage dh; do

@@ -57,6 +57,7 @@ int Main(int argc, char** argv) {
         "Makes feeds, puts clients on them, and measures what the service needs for it. Ends with 0 when nothing "
         "was lost and every goal was met, with 2 when not, with 1 when it could not measure.",
         "orv-load"};
+    app.set_version_flag("--version", "orv-load " ORV_VERSION);
     DescribeOptions(app, options);
     CLI11_PARSE(app, argc, argv);
     if (options.floorCount != 0) return RunFloor(options.floorFolder, options.floorCount);

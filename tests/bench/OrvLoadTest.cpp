@@ -64,6 +64,12 @@ nlohmann::json RunLoad(std::vector<std::string> arguments) {
     return nlohmann::json::parse(OrvTest::ReadFileText(json));
 }
 
+TEST(OrvLoadTest, ItTellsItsVersion) {
+    const OrvTest::RunResult result = OrvTest::Run({std::string(ORV_BIN_FOLDER) + "/orv-load", "--version"});
+    EXPECT_EQ(result.exitCode, 0) << result.error;
+    EXPECT_EQ(result.output, "orv-load " ORV_VERSION "\n");
+}
+
 TEST(OrvLoadTest, AHundredFeedsWithAClientEachLoseNothing) {
     const auto result = RunLoad({"--feeds", "100", "--seconds", "8", "--settle", "3", "--type", "counted",
                                  "--no-announcements", "--limiter", "0", "--with-floor"});

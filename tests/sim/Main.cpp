@@ -10,6 +10,7 @@ namespace {
 
 constexpr char kUsage[] =
     "orv-sim [--seed N] [--seeds COUNT] [--feeds N] [--hours N | --seconds N] [--racing yes|no] [--log FILE]\n"
+    "orv-sim --help | --version\n"
     "Plays one run of the service per seed, from --seed on, each the same every time, and checks it against the "
     "rules.\n"
     "One seed in four is racing, unless --racing tells: threads interrupt each other anywhere, and only what holds in\n"
@@ -58,6 +59,14 @@ int main(int argc, char** argv) {
     std::string racing;
     for (int i = 1; i < argc; ++i) {
         const std::string name = argv[i];
+        if (name == "-h" || name == "--help") {
+            std::fputs(kUsage, stdout);
+            return 0;
+        }
+        if (name == "--version") {
+            std::puts("orv-sim " ORV_VERSION);
+            return 0;
+        }
         const char* value = i + 1 < argc ? argv[++i] : nullptr;
         if (value == nullptr) {
             std::fputs(kUsage, stderr);

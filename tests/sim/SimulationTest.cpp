@@ -61,6 +61,17 @@ TEST(SimulationTest, Seeds176To200AreRight) {
     PlayPart(7);
 }
 
+TEST(SimulationTest, TheProgramTellsItsVersionAndItsUse) {
+    const OrvTest::TempFolder folder;
+    const std::string file = folder / "out";
+    for (const auto& [option, said] : {std::pair("--version", "orv-sim " ORV_VERSION "\n"),
+                                       std::pair("--help", "--seeds COUNT"), std::pair("-h", "--racing yes|no")}) {
+        const std::string command = std::string(ORV_SIM_PROGRAM) + " " + option + " > " + file;
+        EXPECT_EQ(std::system(command.c_str()), 0) << command;
+        EXPECT_NE(OrvTest::ReadFileText(file).find(said), std::string::npos) << command;
+    }
+}
+
 // Each run in a process of its own, since the numbers of feeds count on within one. The program prints a hash over
 // every byte that went to the log and to clients, with its time, and over who ran when.
 TEST(SimulationTest, TwoRunsOfASeedGiveTheSameLogTheSameBytesAndTheSameSteps) {

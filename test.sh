@@ -19,6 +19,9 @@ esac
 # shellcheck disable=SC2086
 orv_install $ORV_TEST_PACKAGES
 
+# Who is root can make all that a test needs, so that none may skip itself.
+[ "$(id -u)" -ne 0 ] || export ORV_NO_SKIP=1
+
 # The compiler's cache serves every clone on this machine.
 export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
 

@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <utility>
 
 #include "tests/sim/SimRun.h"
 #include "tests/support/Process.h"

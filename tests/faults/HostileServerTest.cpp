@@ -348,7 +348,8 @@ TEST(HostileServer, WhateverAnswersTheServiceNeitherEndsNorHangs) {
     });
     together.Join();
     std::printf("a message without an end: %llu kB of it were taken\n", static_cast<unsigned long long>(most / 1024));
-    EXPECT_GT(most, 64u << 20) << "the message was taken for one";
+    // More than the transport's window. How much is the machine's: the service gives up the login after ten seconds.
+    EXPECT_GT(most, 1u << 20) << "the message was taken for one";
     EXPECT_LT(most, 512u << 20);
 }
 

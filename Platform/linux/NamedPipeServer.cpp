@@ -1,7 +1,9 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <optional>
 #include <utility>
 
@@ -16,11 +18,16 @@
 namespace Platform {
 namespace {
 
-// Holds exactly two blocks of 2000 bytes, as a pipe with a buffer of 4096 bytes does.
-constexpr int kSendBufferBytes = 4096;
-// A full socket is asked again at this pace. To be told by the kernel would be no better: it wakes a writer only when
-// the client has taken everything.
-constexpr u32 kFullRetryMilliseconds = 4;
+// A client's socket holds two blocks of 2000 bytes, as a pipe with a buffer of 4096 bytes does. The kernel calls a
+// socket writable, and wakes who waits for that, while a quarter of its buffer at most is in use. The buffer is twice
+// this number, and a block takes between 2304 and 4352 bytes of it, by the kernel's version: one waiting block leaves
+// the socket writable and two do not. So whoever asks for that before each write has two blocks taken and no more, and
+// a client that takes one of the two wakes the writer, which costs nothing until then however many clients are full.
+constexpr int kSendBufferBytes = 8960;
+// No more in one write, so that two of them is what a socket holds, whoever writes.
+constexpr u64 kLargestWriteBytes = 2000;
+// A kernel that has no memory for a block is asked again at this pace.
+constexpr u32 kMemoryRetryMilliseconds = 4;
 
 class PipeInstance final : public IPipeInstance {
 public:
@@ -33,6 +40,10 @@ public:
     i64 TryWrite(const void* data, u64 size) override;
 
 private:
+    // Whether the client can take a block, now or within so many milliseconds (-1: without limit).
+    bool HasRoom(int milliseconds) const;
+    // The count that the client has taken, 0 when that is nothing, or -1 when it is gone.
+    i64 Send(const void* data, u64 size);
     void DropReceived();
 
     const PipeId id_ = NextPipeId();
@@ -71,17 +82,34 @@ ConnectState PipeInstance::PollConnect(SystemError& error) {
 i64 PipeInstance::Write(const void* data, u64 size, u64 deadline) {
     std::optional<ThreadWaitScope> waiting;
     for (;;) {
-        const i64 taken = TryWrite(data, size);
+        const bool hasRoom = HasRoom(0);
+        const i64 taken = hasRoom ? Send(data, size) : 0;
         if (taken != 0 || size == 0) return taken;
-        if (deadline != NoDeadline && SteadyMilliseconds() >= deadline) return 0;
+        const u64 now = deadline != NoDeadline ? SteadyMilliseconds() : 0;
+        if (now >= deadline) return 0;
         if (!waiting) waiting.emplace(ThreadWait::Client);
-        SleepMilliseconds(kFullRetryMilliseconds);
+        if (hasRoom) {
+            SleepMilliseconds(kMemoryRetryMilliseconds);
+        } else {
+            HasRoom(deadline != NoDeadline ? static_cast<int>(std::min<u64>(deadline - now, INT_MAX)) : -1);
+        }
     }
 }
 
 i64 PipeInstance::TryWrite(const void* data, u64 size) {
+    return size == 0 || HasRoom(0) ? Send(data, size) : 0;
+}
+
+// Also true when the client has gone, which the write then tells.
+bool PipeInstance::HasRoom(int milliseconds) const {
+    pollfd room{client_.Get(), POLLOUT, 0};
+    return ::poll(&room, 1, milliseconds) > 0;
+}
+
+i64 PipeInstance::Send(const void* data, u64 size) {
     for (;;) {
-        const ssize_t taken = ::send(client_.Get(), data, size, MSG_NOSIGNAL | MSG_DONTWAIT);
+        const ssize_t taken =
+            ::send(client_.Get(), data, std::min(size, kLargestWriteBytes), MSG_NOSIGNAL | MSG_DONTWAIT);
         if (taken >= 0) return taken;
         if (errno == EINTR) continue;
         return errno == EAGAIN || errno == ENOBUFS || errno == ENOMEM ? 0 : -1;

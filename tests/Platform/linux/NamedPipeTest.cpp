@@ -1,6 +1,7 @@
 #include "Platform/NamedPipe.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -144,6 +145,33 @@ TEST_F(NamedPipeTest, AClientMayLagByExactlyTwoBlocks) {
     EXPECT_TRUE(Eventually([&] { return third.load(std::memory_order_acquire) == static_cast<i64>(kBlock); }));
     writer.Join();
     EXPECT_EQ(ReadAll(*pipe.client, 2 * kBlock).size(), 2 * kBlock);
+}
+
+// Five thousand writers once asked their full sockets 250 times a second each, when the program that read them had
+// stopped for half a second: that took both processors, so that the program never came to read again.
+TEST_F(NamedPipeTest, AWriterThatWaitsForItsClientSleepsUntilTheClientHasTakenABlock) {
+    const auto endpoint = CreatePipeEndpoint("feed");
+    Connection pipe = Connect(*endpoint, "feed");
+    const std::string block(kBlock, 'x');
+    std::atomic<bool> done{false};
+    i64 awoken = 0;
+    Thread writer("writes", [&] {
+        for (int i = 0; i < 2; ++i) pipe.server->Write(block.data(), kBlock);
+        rusage before{};
+        rusage after{};
+        ::getrusage(RUSAGE_THREAD, &before);
+        pipe.server->Write(block.data(), kBlock);
+        ::getrusage(RUSAGE_THREAD, &after);
+        awoken = after.ru_nvcsw - before.ru_nvcsw;
+        done.store(true, std::memory_order_release);
+    });
+    EXPECT_TRUE(Eventually([&] { return Queued(*pipe.client) == 2 * kBlock; }));
+    EXPECT_FALSE(Eventually([&] { return done.load(std::memory_order_acquire); }, 200));
+    EXPECT_EQ(ReadAll(*pipe.client, kBlock).size(), kBlock);
+    EXPECT_TRUE(Eventually([&] { return done.load(std::memory_order_acquire); }));
+    writer.Join();
+    EXPECT_GE(awoken, 1);
+    EXPECT_LE(awoken, 3);
 }
 
 TEST_F(NamedPipeTest, AWriteWithADeadlineGivesUpThenAndNotBefore) {

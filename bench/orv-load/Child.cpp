@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <utility>
 
 namespace OrvLoad {
@@ -48,13 +49,15 @@ Child::~Child() {
     Kill();
 }
 
-Child::Child(Child&& other) noexcept : pid_(std::exchange(other.pid_, -1)), status_(other.status_) {}
+Child::Child(Child&& other) noexcept
+    : pid_(std::exchange(other.pid_, -1)), status_(other.status_), ending_(std::move(other.ending_)) {}
 
 Child& Child::operator=(Child&& other) noexcept {
     if (this != &other) {
         Kill();
         pid_ = std::exchange(other.pid_, -1);
         status_ = other.status_;
+        ending_ = std::move(other.ending_);
     }
     return *this;
 }
@@ -73,9 +76,16 @@ void Child::AskToStop() {
 int Child::WaitForEnd(i64 nanoseconds) {
     if (!WaitFor(nanoseconds, [this] { return !Running(); })) {
         Kill();
+        ending_ = "not within " + std::to_string(nanoseconds / kSecond) + " s, killed";
         return -1;
     }
-    return WIFEXITED(status_) ? WEXITSTATUS(status_) : -1;
+    if (WIFEXITED(status_)) {
+        ending_ = "code " + std::to_string(WEXITSTATUS(status_));
+        return WEXITSTATUS(status_);
+    }
+    const int signal = WTERMSIG(status_);
+    ending_ = "signal " + std::to_string(signal) + " (" + ::strsignal(signal) + ")";
+    return -1;
 }
 
 void Child::Kill() {

@@ -25,6 +25,8 @@ public:
     void AskToStop();
     // Waits for its end; the exit code, or -1 for a signal or when the time is over, after which it is killed.
     int WaitForEnd(i64 nanoseconds);
+    // How it ended, in words: "code 3", "signal 9 (Killed)", "not within 120 s, killed".
+    const std::string& Ending() const { return ending_; }
     int Stop(i64 nanoseconds = 60 * kSecond) {
         AskToStop();
         return WaitForEnd(nanoseconds);
@@ -35,6 +37,7 @@ private:
 
     pid_t pid_ = -1;
     int status_ = 0;
+    std::string ending_;
 };
 
 // Raises this process's soft limit of descriptors to the hard one; children inherit it. The limit.

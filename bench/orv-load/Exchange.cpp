@@ -219,7 +219,10 @@ i64 Exchange::StopService(i64 timeout) {
     service_.AskToStop();
     const int code = service_.WaitForEnd(timeout);
     const i64 took = Now() - start;
-    if (code != 0) throw LoadError("orv-audio-feed did not end as it should: code " + std::to_string(code));
+    if (code != 0) {
+        throw LoadError("orv-audio-feed did not end as it should: " + service_.Ending() + "\n" +
+                        ReadText(folder_ / "feeder.log"));
+    }
     return took;
 }
 

@@ -44,6 +44,8 @@ struct Session {
 // silent blocks are the music's own.
 void MeasureCost(Session& session);
 void MeasureIdle(Session& session);
+// Clients whose feeds wait for them.
+void MeasureSlowClients(Session& session);
 void MeasureRealTime(Session& session);
 void MeasureMemory(Session& session);
 void MeasureSilence(Session& session);

@@ -19,6 +19,8 @@ constexpr u64 kDriftBlocks = 5 * kSecond / kBlockTime;
 constexpr i64 kGrace = 2 * kSecond;
 // What a later client may seem early by without having been placed a block too high: the grid is not found yet.
 constexpr i64 kGuessTolerance = kBlockTime / 4;
+// After its first block a paced client waits so long that two more blocks wait for it.
+constexpr i64 kPacedDelay = 3 * kBlockTime;
 constexpr int kEventsAtOnce = 1024;
 constexpr u64 kConnectsAtOnce = 256;
 constexpr std::size_t kReadBytes = 65536;
@@ -113,13 +115,21 @@ Heard Listeners::Collect() {
 // Of clients that saw the end, what they had not got is not missing: that they saw it is told.
 u64 Listeners::Missing() const {
     u64 missing = 0;
-    for (const Client& client : clients_) {
-        if (client.descriptor < 0 || client.firstBlockAt == 0) continue;
-        const u64 due = grids_[client.seat.feed].BlocksBefore(windowEnd_);
-        const u64 there = client.offset + client.bytes / kBlockBytes;
-        missing += due > there ? due - there : 0;
-    }
+    for (const Client& client : clients_) missing += MissingOf(client, windowEnd_);
     return missing;
+}
+
+u64 Listeners::MissingOf(const Client& client, i64 time) const {
+    if (client.descriptor < 0 || client.firstBlockAt == 0) return 0;
+    const u64 due = grids_[client.seat.feed].BlocksBefore(time);
+    const u64 there = client.offset + client.bytes / kBlockBytes;
+    return due > there ? due - there : 0;
+}
+
+bool Listeners::HaveAllBefore(i64 time) const {
+    const std::lock_guard guard(mutex_);
+    return std::all_of(clients_.begin(), clients_.end(),
+                       [&](const Client& client) { return MissingOf(client, time) == 0; });
 }
 
 i64 Listeners::Lateness(const Client& client, u64 sample) const {
@@ -187,6 +197,7 @@ void Listeners::DetachAll() {
     }
     clients_.clear();
     pending_.clear();
+    paced_.clear();
     grids_.clear();
     withoutFirstBlock_ = ended_ = windows_ = 0;
 }
@@ -196,7 +207,10 @@ void Listeners::Run() {
     const timespec period{0, period_};
     while (!stop_) {
         if (period_ > 0) ::nanosleep(&period, nullptr);
-        ReadReady();
+        if (!paused_) {
+            ReadReady();
+            ReadPaced();
+        }
         const std::lock_guard guard(mutex_);
         ConnectPending();
     }
@@ -226,11 +240,12 @@ bool Listeners::Connect(u32 index) {
     event.data.u32 = index;
     client.askedAt = Now();
     if (::connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        ::epoll_ctl(epoll_, EPOLL_CTL_ADD, descriptor, &event) != 0) {
+        (!client.seat.paced && ::epoll_ctl(epoll_, EPOLL_CTL_ADD, descriptor, &event) != 0)) {
         ::close(descriptor);
         return false;
     }
     client.descriptor = descriptor;
+    if (client.seat.paced) paced_.push_back(index);
     return true;
 }
 
@@ -240,22 +255,36 @@ void Listeners::ReadReady() {
         const int count = ::epoll_wait(epoll_, events, kEventsAtOnce, period_ > 0 ? 0 : 20);
         const std::lock_guard guard(mutex_);
         for (int i = 0; i < count; ++i) {
-            if (events[i].data.u32 < clients_.size()) Receive(clients_[events[i].data.u32]);
+            if (events[i].data.u32 < clients_.size()) Receive(clients_[events[i].data.u32], kReadBytes);
         }
         if (count < kEventsAtOnce) return;
     }
 }
 
-void Listeners::Receive(Client& client) {
+void Listeners::ReadPaced() {
+    const std::lock_guard guard(mutex_);
+    const i64 now = Now();
+    for (const u32 index : paced_) {
+        Client& client = clients_[index];
+        if ((client.nextRead > now && !hurried_) || !Receive(client, kBlockBytes - client.bytes % kBlockBytes))
+            continue;
+        if (client.bytes % kBlockBytes == 0) {
+            client.nextRead = (client.nextRead != 0 ? client.nextRead + kBlockTime : now + kPacedDelay);
+        }
+    }
+}
+
+bool Listeners::Receive(Client& client, u64 most) {
     static u8 buffer[kReadBytes];  // one thread's
-    if (client.descriptor < 0) return;
-    const ssize_t size = ::recv(client.descriptor, buffer, sizeof buffer, MSG_DONTWAIT);
+    if (client.descriptor < 0) return false;
+    const ssize_t size = ::recv(client.descriptor, buffer, most, MSG_DONTWAIT);
     const i64 arrival = Now();  // read behind it, so that no block seems to come before it was sent
     if (size > 0) {
         TakeBlocks(client, buffer, static_cast<u64>(size), arrival);
     } else if (size == 0 || (errno != EAGAIN && errno != EINTR)) {
         End(client);
     }
+    return size > 0;
 }
 
 void Listeners::TakeBlocks(Client& client, const u8* data, u64 size, i64 arrival) {

@@ -25,6 +25,9 @@ struct Seat {
     std::string path;   // of the pipe's socket
     u32 feed = 0;       // seats of one feed share its grid
     BlockTap tap = {};  // may be empty
+    // Takes one block each 125 ms and leaves two waiting, as a program does that reads at the pace of the sound; else
+    // whatever is there.
+    bool paced = false;
 };
 
 // What was heard in a window: the blocks that came from its begin on, and of those that came after its end the ones
@@ -66,6 +69,14 @@ public:
     // the same.
     Histogram LatenessIn(u32 window) const;
 
+    // Nobody takes anything until Resume().
+    void Pause() { paused_ = true; }
+    void Resume() { paused_ = false; }
+    // From now on paced clients, too, take whatever is there.
+    void Hurry() { hurried_ = true; }
+    // Whether every client that is attached has the blocks that were due before that time.
+    bool HaveAllBefore(i64 time) const;
+
     u64 BlocksOf(u32 client) const;
     // When a client had its first block and when it saw the end; 0 before.
     i64 FirstBlockAt(u32 client) const;
@@ -85,6 +96,7 @@ private:
         i64 askedAt = 0;  // before it connected
         i64 firstBlockAt = 0;
         i64 endedAt = 0;
+        i64 nextRead = 0;            // of a paced client
         bool leads = false;          // the feed's first client, of which the grid is made
         u64 offset = 0;              // the feed's block that was its first; of a later client a guess
         std::deque<i32> afterFirst;  // of the blocks of all windows, Grid::AfterFirst() in microseconds
@@ -96,7 +108,9 @@ private:
     void ConnectPending();
     bool Connect(u32 index);
     void ReadReady();
-    void Receive(Client& client);
+    void ReadPaced();
+    // Takes `most` bytes at most. Whether there were any.
+    bool Receive(Client& client, u64 most);
     void TakeBlocks(Client& client, const u8* data, u64 size, i64 arrival);
     void TakePlace(Client& client, i64 arrival);
     Grid& GridOf(const Client& client) { return grids_[client.seat.feed]; }
@@ -104,6 +118,7 @@ private:
     bool Account(Client& client, u64 block, i64 arrival);
     void Feed(Client& client, const u8* data, u64 size, i64 arrival) const;
     void End(Client& client);
+    u64 MissingOf(const Client& client, i64 time) const;
     u64 Missing() const;
     i64 Lateness(const Client& client, u64 sample) const;
     void Judge(const Client& client);
@@ -113,6 +128,7 @@ private:
     mutable std::mutex mutex_;  // guards all below
     std::vector<Client> clients_;
     std::vector<u32> pending_;
+    std::vector<u32> paced_;
     std::vector<Grid> grids_;  // of the feeds
     u64 withoutFirstBlock_ = 0;
     u64 ended_ = 0;
@@ -125,6 +141,8 @@ private:
     Heard heard_;
 
     std::atomic<bool> stop_{false};
+    std::atomic<bool> paused_{false};
+    std::atomic<bool> hurried_{false};
     std::thread thread_;
 };
 

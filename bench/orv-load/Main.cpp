@@ -40,9 +40,10 @@ void RunScenario(Options& options) {
     Session& session = options.session;
     const bool all = options.scenario == "all";
     const std::pair<const char*, void (*)(Session&)> scenarios[] = {
-        {"cost", MeasureCost},       {"idle", MeasureIdle},           {"memory", MeasureMemory},
-        {"silence", MeasureSilence}, {"volumes", MeasureManyChanges}, {"change", MeasureOneChange},
-        {"rebuild", MeasureRebuild}, {"listeners", MeasureListeners}, {"realtime", MeasureRealTime}};
+        {"cost", MeasureCost},        {"idle", MeasureIdle},       {"slow", MeasureSlowClients},
+        {"memory", MeasureMemory},    {"silence", MeasureSilence}, {"volumes", MeasureManyChanges},
+        {"change", MeasureOneChange}, {"rebuild", MeasureRebuild}, {"listeners", MeasureListeners},
+        {"realtime", MeasureRealTime}};
     for (const auto& [name, measure] : scenarios) {
         if (!all && options.scenario != name) continue;
         std::printf("--- %s\n", name);

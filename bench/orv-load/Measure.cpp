@@ -115,6 +115,7 @@ Json MeasureService(const MeasureOptions& options, const ExchangeOptions& exchan
     std::vector<Seat> seats = exchange.Seats(clients);
     const bool isCounted = exchangeOptions.type == "counted";
     for (u32 i = 0; i < clients && isCounted; ++i) seats[i].tap = counted.TapFor(i);
+    for (Seat& seat : seats) seat.paced = options.paced;
     AttachAll(listeners, std::move(seats));
     const ServiceLog log(exchange.LogFolder());
     Json row = Measure(options, exchange.Service(), exchangeOptions.feeds, listeners, before,
@@ -126,6 +127,7 @@ Json MeasureService(const MeasureOptions& options, const ExchangeOptions& exchan
         row["counted_unsettled"] = counted.Unsettled();
     }
     row["built_ms"] = Milliseconds(built.fromConnection);
+    listeners.Hurry();  // the stop waits for each write, and so for each paced client in turn
     row["stop_ms"] = Milliseconds(exchange.StopService(120 * kSecond));
     // What the sockets still hold is read to its end.
     WaitFor(2 * kSecond, [&] { return listeners.Ended() == clients; });

@@ -20,6 +20,7 @@ struct MeasureOptions {
     double seconds = 30;            // that are measured
     double settle = 5;              // between the last client's first block and the first that counts
     i64 period = 2 * kMillisecond;  // see Listeners
+    bool paced = false;             // clients that take one block each 125 ms, see Seat
 };
 
 // Settles, then measures. `before` is the machine without the process. All figures "per feed" divide by `feeds`.

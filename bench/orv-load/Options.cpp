@@ -39,6 +39,9 @@ void DescribeMeasurement(CLI::App& app, Options& options) {
     app.add_option("--listener-period", options.periodMilliseconds,
                    "How often the clients look for blocks, in ms; 0: woken for each")
         ->capture_default_str();
+    app.add_flag(
+        "--paced", options.session.measure.paced,
+        "Clients take one block each 125 ms and leave two waiting, as programs do that read at the sound's pace");
     app.add_flag("--with-floor", options.withFloor, "Measures the floor of as many threads as well");
     app.add_option("--floor", options.floor, "Measures only the floor of that many threads");
     app.add_option("--curve", options.curve, "Measures with these numbers of feeds, service and floor")->delimiter(',');
@@ -61,6 +64,7 @@ void DescribeScenarios(CLI::App& app, Options& options) {
         {"all", "Every scenario below, then the table of goals"},
         {"cost", "Processor time of playing feeds beside the floor"},
         {"idle", "Processor time and reads of idle feeds"},
+        {"slow", "Clients that read at the sound's pace, and clients that all stop for a while"},
         {"realtime", "All feeds for a long time; build and end"},
         {"silence", "Whether silent blocks are the music's own or a late disk's"},
         {"memory", "Memory of all feeds, with and without announcements"},

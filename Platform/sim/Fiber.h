@@ -54,6 +54,7 @@ struct Fiber {
     bool timedOut = false;
     State state = State::Ready;
     u32 locksHeld = 0;
+    u32 stayMilliseconds = 0;  // in the next lock that it takes
     u64 id = 1;
     std::string name;
     WaitReason reason;

@@ -2,8 +2,11 @@
 
 #include <new>
 #include <stdexcept>
+#include <utility>
 
+#include "Platform/Thread.h"
 #include "Platform/sim/Scheduler.h"
+#include "Platform/sim/StayInLock.h"
 
 namespace Platform {
 
@@ -46,8 +49,7 @@ void CheckUnused(const MutexState& mutex) {
     if (ActiveScheduler() != nullptr && mutex.owner != nullptr) Misuse("a mutex is destroyed while it is held");
 }
 
-// For a mutex that the caller does not hold.
-void Take(MutexState& mutex) {
+void Acquire(MutexState& mutex) {
     Scheduler* scheduler = ActiveScheduler();
     if (scheduler != nullptr) scheduler->MaybePreempt();
     Fiber& self = CurrentFiber();
@@ -58,6 +60,13 @@ void Take(MutexState& mutex) {
         if (mutex.owner == &self) return;
     }
     SetOwner(mutex, self);
+}
+
+// For a mutex that the caller does not hold.
+void Take(MutexState& mutex) {
+    Acquire(mutex);
+    const u32 stay = std::exchange(CurrentFiber().stayMilliseconds, 0);
+    if (stay != 0) SleepMilliseconds(stay);
 }
 
 bool TryTake(MutexState& mutex) {
@@ -176,6 +185,10 @@ void CondVar::NotifyOne() noexcept {
 
 void CondVar::NotifyAll() noexcept {
     Sim::WakeAllIn(StateIn<CondVarState>(storage_).waiters);
+}
+
+void Sim::StayInNextLock(u32 milliseconds) noexcept {
+    CurrentFiber().stayMilliseconds = milliseconds;
 }
 
 }  // namespace Platform

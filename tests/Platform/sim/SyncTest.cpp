@@ -11,6 +11,7 @@
 #include "Platform/Clock.h"
 #include "Platform/Thread.h"
 #include "Platform/sim/Simulation.h"
+#include "Platform/sim/StayInLock.h"
 
 namespace {
 
@@ -33,6 +34,26 @@ std::string FailureOf(std::function<void()> main) {
         return error.what();
     }
     return "nothing was thrown";
+}
+
+TEST(SyncTest, AThreadThatIsToldToStaysInItsNextLockAndInNoneAfterIt) {
+    Simulation sim;
+    RecursiveMutex first;
+    Mutex second;
+    sim.Run([&] {
+        Thread holder("holder", [&] {
+            Platform::Sim::StayInNextLock(500);
+            const LockGuard<RecursiveMutex> outer(first);
+            const LockGuard<Mutex> inner(second);
+        });
+        Platform::SleepMilliseconds(1);
+        EXPECT_TRUE(second.TryLock());
+        second.Unlock();
+        const u64 begin = Platform::SteadyMilliseconds();
+        const LockGuard<RecursiveMutex> guard(first);
+        EXPECT_EQ(Platform::SteadyMilliseconds() - begin, 499u);
+        holder.Join();
+    });
 }
 
 TEST(SyncTest, WhoWaitsForAMutexGetsItInTheOrderOfComing) {

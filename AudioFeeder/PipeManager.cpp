@@ -163,9 +163,8 @@ std::vector<std::shared_ptr<const FeedReport>> IPipeManager::Reports() {
     return reports;
 }
 
-void IPipeManager::HoldChannelMap(const std::function<void()>& meanwhile) {
+void IPipeManager::TakeChannelMapLock() {
     Platform::LockGuard<Platform::RecursiveMutex> guard(channelMapMutex_);
-    meanwhile();
 }
 
 void IPipeManager::UpdateDefaultSet(const char* file) {

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <atomic>
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -43,9 +42,8 @@ public:
     // What each channel tells about itself, by pipe name; nothing unless that is wanted. Any thread. A channel itself
     // is never held here: one that is held on would keep its pipe's name from its successor.
     std::vector<std::shared_ptr<const FeedReport>> Reports();
-    // Takes the lock of the channels' map and runs `meanwhile` under it: for who looks whether it can be had. Any
-    // thread; nothing may be taken or waited for meanwhile that a holder of that lock could want.
-    void HoldChannelMap(const std::function<void()>& meanwhile);
+    // Takes the lock of the channels' map for a moment: for who looks whether it can be had. Any thread.
+    void TakeChannelMapLock();
 
     // Reads the parameters, the feeds and the announcements from the tables and builds everything. Creates the manager.
     static void ReloadAll();

@@ -36,16 +36,21 @@ PumpPulse::~PumpPulse() {
     pulses.alive.erase(id_);
 }
 
-std::vector<PumpState> PumpPulse::All() {
+bool PumpPulse::TryAll(std::vector<PumpState>& all) {
     Pulses& pulses = ThePulses();
-    std::vector<PumpState> all;
-    Platform::LockGuard<Platform::Mutex> guard(pulses.mutex);
+    if (!pulses.mutex.TryLock()) return false;
+    all.clear();
     all.reserve(pulses.alive.size());
     for (const auto& [id, pulse] : pulses.alive) {
         all.push_back({id, pulse->name_, pulse->passes_.load(std::memory_order_relaxed),
                        pulse->wait_.load(std::memory_order_relaxed)});
     }
-    return all;
+    pulses.mutex.Unlock();
+    return true;
+}
+
+void PumpPulse::TakeLock() {
+    Platform::LockGuard<Platform::Mutex> guard(ThePulses().mutex);
 }
 
 }  // namespace Orv

@@ -29,8 +29,11 @@ public:
     // At the loop's head.
     void Beat() noexcept { passes_.store(++own_, std::memory_order_relaxed); }
 
-    // All that live now. Any thread; its lock is held for moments, with none inside it.
-    static std::vector<PumpState> All();
+    // All that live now. Never waits: false, and `all` stays as it is, while the list is in another's hands. Any
+    // thread; its lock is held for moments, with none inside it.
+    static bool TryAll(std::vector<PumpState>& all);
+    // Takes that lock for a moment: for who looks whether it can be had. Any thread.
+    static void TakeLock();
 
 private:
     const std::string name_;

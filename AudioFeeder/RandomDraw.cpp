@@ -49,6 +49,10 @@ i32 Uniform(i32 a, i32 b) {
     return UniformFrom(engine.replacement != nullptr ? *engine.replacement : engine.twister, a, b);
 }
 
+void TakeRandomLock() {
+    Platform::LockGuard<Platform::Mutex> guard(Engine().mutex);
+}
+
 void SetRandomSource(IRandomSource* source) {
     ProcessEngine& engine = Engine();
     Platform::LockGuard<Platform::Mutex> guard(engine.mutex);

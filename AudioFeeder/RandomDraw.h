@@ -20,6 +20,8 @@ i32 UniformFrom(IRandomSource& source, i32 a, i32 b);
 // The same from the process's one engine, a Mersenne twister seeded once from the system's random device. Any thread;
 // the engine has a lock of its own, held for the draw.
 i32 Uniform(i32 a, i32 b);
+// Takes that lock for a moment and draws nothing: for who looks whether it can be had. Any thread.
+void TakeRandomLock();
 
 // Puts another source in the engine's place, for tests with scripted draws; null puts the engine back. The source is
 // called under the engine's lock and must live until it is replaced.

@@ -2,14 +2,9 @@
 
 #include <algorithm>
 
-#include "AudioFeeder/AnnouncementTable.h"
-#include "AudioFeeder/PipeManager.h"
-#include "AudioFeeder/SharedValues.h"
-#include "AudioFeeder/WatchRules.h"
+#include "AudioFeeder/SharedLocks.h"
 #include "Platform/Clock.h"
 #include "Platform/ServiceControl.h"
-#include "Projects/Common/VoIPFileEngine/MusicBox.h"
-#include "ServiceProcess/Log.h"
 
 namespace Orv {
 
@@ -18,34 +13,6 @@ namespace {
 constexpr u32 kLookMilliseconds = 1'000;
 // A ping that comes late by a whole look is still in time.
 constexpr u32 kPingsPerWatchdog = 4;
-
-// Each takes one lock for a moment.
-void TakeLogLock() {
-    LogWriter& log = LogWriter::Instance();
-    log.Lock();
-    log.Unlock();
-}
-void TakeRootPathLock() {
-    RootPath();
-}
-void TakeDefaultFileLock() {
-    std::string file;
-    GetDefaultAudioFile(file);
-}
-void TakeAnnouncementLock() {
-    FeedRow row;
-    AnnouncementTable::Instance().RowAt(0, row);
-}
-void TakeMusicBoxLock() {
-    FindMusicBox(std::string());  // there is none of that name, so that nothing is held
-}
-void TakeChannelMapLock() {
-    const auto manager = IPipeManager::Existing();
-    if (manager.IsValid()) manager->HoldChannelMap([] {});
-}
-
-constexpr void (*kSharedLocks[])() = {TakeLogLock,          TakeRootPathLock, TakeDefaultFileLock,
-                                      TakeAnnouncementLock, TakeMusicBoxLock, TakeChannelMapLock};
 
 }  // namespace
 
@@ -66,13 +33,14 @@ ServiceWatch::~ServiceWatch() {
     watchThread_.Join();
 }
 
-u64 ServiceWatch::LockMilliseconds(u64 now) const noexcept {
-    const u64 since = lockSince_.load(std::memory_order_relaxed);
-    return since != 0 && now > since ? now - since : 0;
+LockWait ServiceWatch::LockNow(u64 now) const noexcept {
+    const u64 since = lockSince_.load(std::memory_order_acquire);
+    return {since != 0 && now > since ? now - since : 0, lockName_.load(std::memory_order_relaxed)};
 }
 
 void ServiceWatch::Watch() {
     WatchRules rules;
+    std::vector<PumpState> pumps;
     std::string told;
     bool pinged = false;
     u64 lastPing = 0;
@@ -80,8 +48,8 @@ void ServiceWatch::Watch() {
     const u32 look = watchdogMilliseconds_ != 0 ? std::clamp(interval / 2, 1u, kLookMilliseconds) : kLookMilliseconds;
     do {
         const u64 now = Platform::SteadyMilliseconds();
-        const WatchVerdict verdict =
-            rules.Look(now, PumpPulse::All(), LockMilliseconds(now), stopping_.load(std::memory_order_relaxed));
+        if (PumpPulse::TryAll(pumps)) rules.LookAtPumps(now, pumps);
+        const WatchVerdict verdict = rules.Judge(LockNow(now), stopping_.load(std::memory_order_relaxed));
         if (watchdogMilliseconds_ != 0 && !verdict.stuck && (!pinged || now - lastPing >= interval)) {
             Platform::PingWatchdog();
             pinged = true;
@@ -98,9 +66,10 @@ void ServiceWatch::Watch() {
 
 void ServiceWatch::TakeLocks() {
     do {
-        for (const auto take : kSharedLocks) {
-            lockSince_.store(Platform::SteadyMilliseconds(), std::memory_order_relaxed);
-            take();
+        for (const SharedLock& lock : SharedLocks()) {
+            lockName_.store(lock.name, std::memory_order_relaxed);
+            lockSince_.store(Platform::SteadyMilliseconds(), std::memory_order_release);
+            lock.take();
             lockSince_.store(0, std::memory_order_relaxed);
         }
     } while (!stop_.WaitFor(kLookMilliseconds));

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <string>
 
+#include "AudioFeeder/WatchRules.h"
 #include "Platform/Sync.h"
 #include "Platform/Thread.h"
 #include "Platform/Types.h"
@@ -11,8 +12,8 @@
 namespace Orv {
 
 // Two threads while it lives: "watch" looks at the pumps each second, pings the watchdog if the manager wants that and
-// nothing is stuck, and tells the state when it changes; "watch locks" takes the locks that all feeds share, one by
-// one, so that one that cannot be had is seen. Nothing here ever waits for a pump.
+// nothing is stuck, and tells the state when it changes; "watch locks" takes the SharedLocks(), one by one, so that
+// one that cannot be had is seen. Nothing here ever waits for a pump.
 class ServiceWatch {
 public:
     // Throws std::system_error when a thread cannot be started.
@@ -28,12 +29,15 @@ public:
 private:
     void Watch();
     void TakeLocks();
-    // For how long the lock of this moment has been waited for.
-    u64 LockMilliseconds(u64 now) const noexcept;
+    // The lock of this moment, and for how long it has been waited for.
+    LockWait LockNow(u64 now) const noexcept;
 
     const u32 watchdogMilliseconds_;
     std::atomic<bool> stopping_{false};
-    std::atomic<u64> lockSince_{0};  // 0: none is being taken
+    // Which lock is being taken, and since when (0: none). Written one after the other by one thread; whoever reads an
+    // old time beside a new name sees a lock that was had after all.
+    std::atomic<const char*> lockName_{""};
+    std::atomic<u64> lockSince_{0};
     Platform::Event stop_;
     Platform::Thread watchThread_;
     Platform::Thread lockThread_;

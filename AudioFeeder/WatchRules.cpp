@@ -17,12 +17,12 @@ void AppendNames(std::string& text, const char* what, const std::vector<std::str
 
 }  // namespace
 
-WatchVerdict WatchRules::Look(u64 now, const std::vector<PumpState>& pumps, u64 lockMilliseconds, bool stopping) {
+void WatchRules::LookAtPumps(u64 now, const std::vector<PumpState>& pumps) {
     ++looks_;
     bool anyGoesOn = false;
     bool anyWaitsForNobody = false;
-    std::vector<std::string> forClient;
-    std::vector<std::string> forDisk;
+    forClient_.clear();
+    forDisk_.clear();
     for (const PumpState& pump : pumps) {
         const auto [place, isNew] = seen_.try_emplace(pump.id);
         Seen& seen = place->second;
@@ -35,22 +35,25 @@ WatchVerdict WatchRules::Look(u64 now, const std::vector<PumpState>& pumps, u64 
         if (stands < StuckMilliseconds) anyGoesOn = true;
         if (pump.wait == Platform::ThreadWait::None) anyWaitsForNobody = true;
         if (stands < ToldMilliseconds) continue;
-        if (pump.wait == Platform::ThreadWait::Client) forClient.push_back(pump.name);
-        if (pump.wait == Platform::ThreadWait::Disk) forDisk.push_back(pump.name);
+        if (pump.wait == Platform::ThreadWait::Client) forClient_.push_back(pump.name);
+        if (pump.wait == Platform::ThreadWait::Disk) forDisk_.push_back(pump.name);
     }
     std::erase_if(seen_, [this](const auto& entry) { return entry.second.look != looks_; });
+    noneGoesOn_ = !pumps.empty() && !anyGoesOn && anyWaitsForNobody;
+}
 
+WatchVerdict WatchRules::Judge(const LockWait& lock, bool stopping) const {
     WatchVerdict verdict;
     verdict.text = stopping ? "Stopping" : "Running";
-    if (lockMilliseconds >= StuckMilliseconds) {
+    if (lock.milliseconds >= StuckMilliseconds) {
         verdict.stuck = true;
-        verdict.text += "; stuck: a lock that all feeds share cannot be had";
-    } else if (!pumps.empty() && !anyGoesOn && anyWaitsForNobody) {
+        verdict.text += std::string("; stuck: a lock that all feeds share cannot be had: ") + lock.name;
+    } else if (noneGoesOn_) {
         verdict.stuck = true;
         verdict.text += "; stuck: no feed goes on";
     }
-    AppendNames(verdict.text, "a client of these feeds does not read:", forClient);
-    AppendNames(verdict.text, "these feeds wait for their disk:", forDisk);
+    AppendNames(verdict.text, "a client of these feeds does not read:", forClient_);
+    AppendNames(verdict.text, "these feeds wait for their disk:", forDisk_);
     return verdict;
 }
 

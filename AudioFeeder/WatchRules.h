@@ -22,12 +22,20 @@ struct WatchVerdict {
     std::string text;
 };
 
+// The lock that all share and that is being waited for.
+struct LockWait {
+    u64 milliseconds = 0;  // 0: none is
+    const char* name = "";
+};
+
 class WatchRules {
 public:
-    // One look: the steady clock, all pumps, and for how long a lock that all share has been waited for (0: none is).
-    // Stuck is a service whose lock cannot be had, or none of whose pumps goes on although some wait neither for a
-    // client nor for a disk. A feed alone never makes it stuck, nor do all of them when each one waits for its own.
-    WatchVerdict Look(u64 now, const std::vector<PumpState>& pumps, u64 lockMilliseconds, bool stopping);
+    // One look at all pumps, by the steady clock.
+    void LookAtPumps(u64 now, const std::vector<PumpState>& pumps);
+    // By the last look, and by the lock that is waited for now. Stuck is a service whose lock cannot be had, or none of
+    // whose pumps goes on although some wait neither for a client nor for a disk. A feed alone never makes it stuck,
+    // nor do all of them when each one waits for its own.
+    WatchVerdict Judge(const LockWait& lock, bool stopping) const;
 
 private:
     struct Seen {
@@ -37,6 +45,10 @@ private:
     };
     std::unordered_map<u64, Seen> seen_;
     u64 looks_ = 0;
+    // What the last look found.
+    bool noneGoesOn_ = false;
+    std::vector<std::string> forClient_;
+    std::vector<std::string> forDisk_;
 };
 
 }  // namespace Orv

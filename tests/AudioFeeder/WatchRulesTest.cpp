@@ -11,7 +11,10 @@ using Platform::ThreadWait;
 
 class Watch : public ::testing::Test {
 protected:
-    WatchVerdict Look(u64 now, u64 lockMilliseconds = 0) { return rules_.Look(now, pumps_, lockMilliseconds, false); }
+    WatchVerdict Look(u64 now, const LockWait& lock = {}, bool stopping = false) {
+        rules_.LookAtPumps(now, pumps_);
+        return rules_.Judge(lock, stopping);
+    }
 
     WatchRules rules_;
     std::vector<PumpState> pumps_ = {{1, "hold", 0, ThreadWait::None}, {2, "lobby", 0, ThreadWait::None}};
@@ -83,12 +86,22 @@ TEST_F(Watch, ANumberOfPassesThatWrapsAroundIsStillAChange) {
 
 TEST_F(Watch, ALockThatCannotBeHadFor20SecondsIsStuckWhateverThePumpsDo) {
     ++pumps_[0].passes;
-    EXPECT_FALSE(Look(0, 19'999).stuck);
-    const WatchVerdict verdict = Look(1'000, 20'000);
+    EXPECT_FALSE(Look(0, {19'999, "log"}).stuck);
+    const WatchVerdict verdict = Look(1'000, {20'000, "log"});
     EXPECT_TRUE(verdict.stuck);
-    EXPECT_EQ(verdict.text, "Running; stuck: a lock that all feeds share cannot be had");
+    EXPECT_EQ(verdict.text, "Running; stuck: a lock that all feeds share cannot be had: log");
     pumps_.clear();
-    EXPECT_TRUE(Look(2'000, 20'000).stuck);
+    EXPECT_TRUE(Look(2'000, {20'000, "log"}).stuck);
+}
+
+// The list of the pumps may be in another's hands for a moment, or be the very lock that cannot be had.
+TEST_F(Watch, WithoutALookAtThePumpsWhatTheLastOneFoundStays) {
+    Look(0);
+    EXPECT_FALSE(rules_.Judge({19'999, "pumps"}, false).stuck);
+    EXPECT_EQ(rules_.Judge({20'000, "pumps"}, false).text,
+              "Running; stuck: a lock that all feeds share cannot be had: pumps");
+    EXPECT_EQ(Look(20'000).text, "Running; stuck: no feed goes on");
+    EXPECT_EQ(rules_.Judge({}, false).text, "Running; stuck: no feed goes on");
 }
 
 TEST_F(Watch, AFeedThatWaitsIsNamedAfterFiveSecondsAndNoLongerOnceItGoesOn) {
@@ -110,8 +123,8 @@ TEST_F(Watch, MoreThanFiveNamesAreCounted) {
 
 TEST_F(Watch, AServiceThatStopsSaysWhomItWaitsFor) {
     pumps_ = {{1, "hold", 0, ThreadWait::Client}};
-    rules_.Look(0, pumps_, 0, true);
-    EXPECT_EQ(rules_.Look(5'000, pumps_, 0, true).text, "Stopping; a client of these feeds does not read: hold");
+    Look(0, {}, true);
+    EXPECT_EQ(Look(5'000, {}, true).text, "Stopping; a client of these feeds does not read: hold");
 }
 
 }  // namespace

@@ -42,6 +42,10 @@ std::shared_ptr<FileMapping> FileMapping::Create(const std::string& path, u64 si
     return mapping;
 }
 
+void FileMapping::TakeRegistryLock() {
+    Platform::LockGuard<Platform::Mutex> guard(TheRegistry().mutex);
+}
+
 FileMapping::FileMapping(std::string key, u64 size) : key_(std::move(key)), size_(size) {}
 
 // Somebody may have made a new mapping of the same name since the last holder of this one let it go.

@@ -18,6 +18,8 @@ public:
     // The mapping of that path as it is spelled, apart from the kind of separator: the one that somebody holds already,
     // else a new one of `size` bytes. Null with the system error when there is none: a file without bytes has none.
     static std::shared_ptr<FileMapping> Create(const std::string& path, u64 size, Platform::SystemError& error);
+    // Takes the lock of the mappings' names for a moment: for who looks whether it can be had.
+    static void TakeRegistryLock();
 
     FileMapping(std::string key, u64 size);
     ~FileMapping();

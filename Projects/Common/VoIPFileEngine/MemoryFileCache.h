@@ -25,6 +25,8 @@ public:
     bool Add(const std::string& name, std::shared_ptr<IMemoryFile> file);
     // Forgets all files. Readers keep theirs.
     void Clear();
+    // Takes the lock for a moment: for who looks whether it can be had.
+    void TakeLock() { Platform::LockGuard<Platform::RecursiveMutex> guard(mutex_); }
 
 private:
     // The name under which a file is kept: lower-cased, every backslash a slash.

@@ -68,4 +68,8 @@ void ReleasePipeBox(const char* name) {
     }
 }
 
+void TakePipeBoxLock() {
+    PipeStorage().TakeLock();
+}
+
 }  // namespace Orv

@@ -12,5 +12,7 @@ MTObjects::THolder<IPipeMusicBox> AcquirePipeBox(const char* name);
 // Gives one use of the name back, whoever's it was; a name that is not in use changes nothing. Who still holds the box
 // keeps it. Any thread.
 void ReleasePipeBox(const char* name);
+// Takes the lock of the live sources for a moment: for who looks whether it can be had. Any thread.
+void TakePipeBoxLock();
 
 }  // namespace Orv

@@ -129,6 +129,10 @@ void ReleaseSharedRawFile(const std::string& name) {
     }
 }
 
+void TakeSharedRawFileLock() {
+    SharedFiles().TakeLock();
+}
+
 void ReportSystemError(Platform::SystemError code, const std::string& label) {
     ORV_ENGINE_LOG(LogErrorSink, label << " : error = 0x" << std::hex << code << ", " << Describe(code));
 }

@@ -71,6 +71,8 @@ MTObjects::THolder<IRawFile> OpenRawFile(const std::string& path);
 MTObjects::THolder<IRawFile> GetSharedRawFile(const std::string& name);
 // Gives one use of the name back. Who still holds the file keeps it open. Any thread.
 void ReleaseSharedRawFile(const std::string& name);
+// Takes the lock of the shared files for a moment: for who looks whether it can be had. Any thread.
+void TakeSharedRawFileLock();
 
 // The error line of a failed system call.
 void ReportSystemError(Platform::SystemError code, const std::string& label);

@@ -62,6 +62,9 @@ public:
         return entities_.find(key) != entities_.end();
     }
 
+    // Takes the lock for a moment: for who looks whether it can be had.
+    void TakeLock() { Platform::LockGuard<Platform::RecursiveMutex> guard(mutex_); }
+
 private:
     // Its reference count is the number of users; the map's pointer is not counted.
     struct Entity : MTObjects::MTReferencedTypeBase {

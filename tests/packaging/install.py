@@ -82,7 +82,7 @@ def check_lintian(folder):
 
 def check_units(root):
     feed = Unit(root / "lib/systemd/system/orv-audio-feed.service")
-    for key, value in (("WatchdogSec", "60"), ("LimitNOFILE", "65536"), ("TasksMax", "32768"),
+    for key, value in (("Type", "notify"), ("WatchdogSec", "60"), ("LimitNOFILE", "65536"), ("TasksMax", "32768"),
                        ("TimeoutStopSec", "15min"),
                        ("ExecStart", "/usr/sbin/orv-audio-feed -c /etc/orv/OrvPhoneSystem.ini")):
         need(feed.get(key) == value, f"{key} of the unit is {feed.get(key)}")

@@ -46,6 +46,8 @@ bool Connect(const char* host, u32 port, const char* const* tables, u32 count, c
     connection.RegisterHandler(kUpdateSlot, new VXTPL::ConcreteHandler<UpdateListener>());
     connection.RegisterHandler(kBatchSlot, new VXTPL::ConcreteHandler<BatchListener>());
     VXConnectSignal(application->Name(), Signals::BATCHUPDATE, kBatchSlot);
+    // A service with more tables raises their signals too, and an event that waits holds those behind it.
+    VXDropOtherSignals(application->Name());
     if (application->IsConnected() && !application->HasMissedReply()) return true;
 
     // Lost on the way. The lists must not stay: the next try would take them for its own.

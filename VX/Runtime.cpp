@@ -218,6 +218,14 @@ void Runtime::ConnectSignal(const std::string& application, const std::string& s
     changed_.NotifyAll();
 }
 
+void Runtime::DropOtherSignals(const std::string& application) {
+    Platform::LockGuard guard(mutex_);
+    const auto peer = FindByName(application);
+    if (peer == peers_.end()) return;
+    peer->dropsOthers = true;
+    changed_.NotifyAll();
+}
+
 ParamListHolder Runtime::Call(const std::string& application, u32 number, const ParamListHolder& request) {
     Inside inside(*this);
     if (!inside) return {};

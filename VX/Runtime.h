@@ -38,6 +38,7 @@ public:
     void Disconnect(const std::string& application);
     u32 RegisterSlot(u32 slot, VXDispatcher dispatcher, void* user);
     void ConnectSignal(const std::string& application, const std::string& signal, u32 slot);
+    void DropOtherSignals(const std::string& application);
     ParamListHolder Call(const std::string& application, u32 number, const ParamListHolder& request);
 
 private:
@@ -71,6 +72,7 @@ private:
         std::deque<Event> events;
         u64 waitingBytes = 0;
         std::map<std::string, u32> signals;
+        bool dropsOthers = false;  // events of any other signal are dropped instead of kept
     };
     using Peers = std::list<Peer>;
 

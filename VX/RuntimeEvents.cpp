@@ -106,9 +106,11 @@ bool Runtime::TakeEvent(Peer& peer, Work& work) {
     while (!peer.events.empty()) {
         Event& event = peer.events.front();
         const auto signal = peer.signals.find(event.signal);
-        if (signal == peer.signals.end()) return false;
-        const auto slot = slots_.find(signal->second);
-        const bool dropped = signal->second == 0;
+        const bool connected = signal != peer.signals.end();
+        if (!connected && !peer.dropsOthers) return false;
+        const u32 number = connected ? signal->second : 0;
+        const auto slot = slots_.find(number);
+        const bool dropped = number == 0;
         if (!dropped && slot == slots_.end()) return false;
         if (!dropped) {
             work.kind = Work::Kind::Event;

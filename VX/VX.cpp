@@ -68,6 +68,10 @@ void VXConnectSignal(const char* application, const char* signal, u32 slot) {
     Library().ConnectSignal(Text(application), Text(signal), slot);
 }
 
+void VXDropOtherSignals(const char* application) {
+    Library().DropOtherSignals(Text(application));
+}
+
 HVXPARAMLIST VXCall(const char* application, u32 number, HVXPARAMLIST request) {
     VX::ParamListHolder sent = VX::ParamListHolder::FromHandle(request);
     if (!sent) sent.NewList();

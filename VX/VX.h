@@ -5,8 +5,9 @@
 // connect listener, which VXConnect calls before it returns.
 //
 // Events raised after VXConnect are kept for the connection until their signal is connected and their slot registered.
-// They are one ordered stream: an event that must still wait holds those behind it. A client that does not want a
-// signal connects it to slot 0, which drops it. A connection that has more than 64 MB of events waiting is ended.
+// They are one ordered stream: an event that must still wait holds those behind it. So a client connects a signal that
+// it does not want to slot 0, which drops it, or calls VXDropOtherSignals once it has connected those that it wants. A
+// connection that has more than 64 MB of events waiting is ended.
 #pragma once
 
 #include "VX/Link.h"
@@ -58,6 +59,8 @@ void VXDisconnect(const char* application);
 u32 VXRegisterSlot(u32 slot, VXDispatcher dispatcher, void* user);
 // From here on the signal's events, those that already wait among them, come to `slot`; slot 0 drops them.
 void VXConnectSignal(const char* application, const char* signal, u32 slot);
+// From here on the events of signals that are not connected, those that already wait among them, are dropped.
+void VXDropOtherSignals(const char* application);
 // Sends a request and waits for the reply, 30 seconds at most. The reply's reference is the caller's; null when the
 // application is gone. A call that times out ends the connection, and the disconnect listener is told.
 HVXPARAMLIST VXCall(const char* application, u32 number, HVXPARAMLIST request);

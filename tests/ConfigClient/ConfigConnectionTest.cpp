@@ -156,6 +156,23 @@ TEST_F(ConfigConnectionTest, AChangeRaisedWhileConnectingIsApplied) {
     });
 }
 
+// The first change of a table that nobody had subscribed held every event behind it, and no change was ever told again.
+TEST_F(ConfigConnectionTest, ATableThatIsNotSubscribedHoldsUpNoChange) {
+    Run([&] {
+        Listen();
+        service_.onReply = [&](u32 number, VX::ParamListHolder&) {
+            if (number == 9) exchange_.Raise("UPDOfUSERS", UpdateEvent("USERS", "Updated", {1}));
+        };
+        EXPECT_TRUE(Connect({"AUDIOFEED"}));
+        Raise("UPDOfAUDIOFEED", UpdateEvent("AUDIOFEED", "Updated", {1}));
+        EXPECT_EQ(told_, Texts{"AUDIOFEED Updated 1 1/-"});
+        Raise("UPDOfUSERS", UpdateEvent("USERS", "Updated", {2}));
+        Raise("BATCHUPDATE", BatchEvent(3, {{"AUDIOFEED", {2}, {}}}));
+        EXPECT_EQ(told_, (Texts{"AUDIOFEED Updated 1 1/-", "TRANSACTION Inserted 3 /-", "TRANSACTION Updated 3 /-",
+                                "AUDIOFEED Deleted 2 -/-", "TRANSACTION Deleted 3 /-"}));
+    });
+}
+
 TEST_F(ConfigConnectionTest, EventsNeverOverlap) {
     Run([&] {
         ConnectTo("AUDIOFEED");

@@ -70,6 +70,9 @@ u32 VXRegisterSlot(u32 slot, VXDispatcher dispatcher, void* user) {
 void VXConnectSignal(const char* application, const char* signal, u32 slot) {
     Note(std::string("VXConnectSignal ") + application + " '" + signal + "' " + Hex(slot));
 }
+void VXDropOtherSignals(const char* application) {
+    Note(std::string("VXDropOtherSignals ") + application);
+}
 HVXPARAMLIST VXCall(const char* application, u32 number, HVXPARAMLIST request) {
     Note(std::string("VXCall ") + application + " " + std::to_string(number) + " " + VXGetStringValue(request, "OC"));
     return VXCreateParamList();
@@ -97,7 +100,7 @@ TEST_F(LibraryOrderTest, ConnectingSubscribesTheTablesThenRegistersTheSlotsAndCo
               (Texts{"VXConnect 10.0.0.1 5484 256 u:p 4", "VXConnectSignal Server 'UPDOfAUDIOFEED' 80000001",
                      "VXCall Server 9 AUDIOFEED", "VXConnectSignal Server 'UPDOfPARAMETER' 80000001",
                      "VXCall Server 9 PARAMETER", "VXRegisterSlot 80000001", "VXRegisterSlot 80000002",
-                     "VXConnectSignal Server 'BATCHUPDATE' 80000002"}));
+                     "VXConnectSignal Server 'BATCHUPDATE' 80000002", "VXDropOtherSignals Server"}));
 }
 
 TEST_F(LibraryOrderTest, WhenNobodyAnswersNothingMoreIsAsked) {
@@ -110,7 +113,9 @@ TEST_F(LibraryOrderTest, WhenNobodyAnswersNothingMoreIsAsked) {
 TEST_F(LibraryOrderTest, ASlotThatTheLibraryRefusesDropsItsHandlerAndTheConnectionStands) {
     Library().refuseSlots = true;
     EXPECT_TRUE(Connect({}));
-    EXPECT_EQ(Library().done.size(), 4u);
+    EXPECT_EQ(Library().done,
+              (Texts{"VXConnect 10.0.0.1 5484 256 u:p 4", "VXRegisterSlot 80000001", "VXRegisterSlot 80000002",
+                     "VXConnectSignal Server 'BATCHUPDATE' 80000002", "VXDropOtherSignals Server"}));
 }
 
 TEST_F(LibraryOrderTest, DisconnectingClosesTheConnectionOnce) {

@@ -69,6 +69,41 @@ TEST_F(RuntimeEventsTest, ASignalConnectedToSlotZeroIsDroppedAndHoldsNothing) {
     });
 }
 
+TEST_F(RuntimeEventsTest, OnceOtherSignalsAreDroppedNoneOfThemHoldsAnEvent) {
+    Run([&] {
+        Record();
+        Connect();
+        VXConnectSignal("ConfigService", "S", Slot);
+        script_.Signal("S", "1");
+        script_.Signal("other", "2");
+        script_.Signal("S", "3");
+        script_.Signal("another", "4");
+        ExpectEvents({"1"});
+        VXDropOtherSignals("ConfigService");
+        ExpectEvents({"1", "3"});
+        script_.Signal("other", "5");
+        script_.Signal("S", "6");
+        ExpectEvents({"1", "3", "6"});
+        VXConnectSignal("ConfigService", "other", Slot);
+        script_.Signal("other", "7");
+        ExpectEvents({"1", "3", "6", "7"});
+    });
+}
+
+TEST_F(RuntimeEventsTest, AConnectedSignalWaitsForItsSlotAlsoWhenOthersAreDropped) {
+    Run([&] {
+        Connect();
+        VXConnectSignal("ConfigService", "S", Slot);
+        VXDropOtherSignals("ConfigService");
+        VXDropOtherSignals("Nobody");
+        script_.Signal("S", "1");
+        script_.Signal("other", "2");
+        ExpectEvents({});
+        Record();
+        ExpectEvents({"1"});
+    });
+}
+
 TEST_F(RuntimeEventsTest, AWaitingConnectionDoesNotHoldAnother) {
     Run([&] {
         Record();

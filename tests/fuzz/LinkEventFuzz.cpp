@@ -134,6 +134,7 @@ u32 VXRegisterSlot(u32 slot, VXDispatcher, void*) {
     return slot;
 }
 void VXConnectSignal(const char*, const char*, u32) {}
+void VXDropOtherSignals(const char*) {}
 void VXDisconnect(const char*) {}
 void VXShutdown(u64) {}
 void VXSetAuthFailedListener(VXFailureCallback) {}

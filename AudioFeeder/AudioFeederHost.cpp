@@ -200,6 +200,8 @@ void AudioFeederHost::RunConnection(CommonSettings& settings) {
             TellConfigServer(ConfigConnection::Kinds::Deleted);
             return;
         }
+        // A try that was lost on the way may have raised the request too.
+        if (*ConfigConnection::GetServerName() == '\0') SetConfigurationLink(ConfigurationLink::Lost);
         // `connected` stays: a lost connection is not made again.
         connection.Forget();
     }

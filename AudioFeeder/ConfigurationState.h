@@ -16,7 +16,7 @@ struct ConfigurationState {
     u64 since = 0;  // steady milliseconds
 };
 
-// Both from any thread, without a lock.
+// Both from any thread, without a lock. The host's Run() alone sets it.
 void SetConfigurationLink(ConfigurationLink link);
 ConfigurationState GetConfigurationState();
 

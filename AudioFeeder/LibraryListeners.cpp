@@ -3,7 +3,6 @@
 #include <cstring>
 #include <exception>
 
-#include "AudioFeeder/ConfigurationState.h"
 #include "AudioFeeder/RequestFlags.h"
 #include "ConfigClient/ConfigConnection.h"
 #include "ServiceProcess/Log.h"
@@ -44,7 +43,6 @@ i32 OnVXDisconnect(const char* application, u64, u64) {
     try {
         if (std::strcmp(application, ConfigConnection::GetServerName()) != 0) return 0;
         ConfigConnection::Disconnect();
-        SetConfigurationLink(ConfigurationLink::Lost);
         RaiseConnectionLost();
         ORV_LOG(Error) << "[EC000001]: Connection with configuration server is lost";
     } catch (const std::exception& exception) {

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <stdexcept>
 
+#include "AudioFeeder/ConfigurationState.h"
 #include "AudioFeeder/LibraryListeners.h"
 #include "AudioFeeder/PipeManager.h"
 #include "AudioFeeder/Preload.h"
@@ -334,6 +335,7 @@ TEST_F(HostTest, ALostConnectionIsNeverMadeAgainAndTheChannelsPlayOn) {
         EXPECT_EQ(config_.credentials.size(), 1U);
         EXPECT_EQ(Count("Reading configuration..."), 0U);
         EXPECT_GT(client.Heard().size(), 480'000U);
+        EXPECT_EQ(Orv::GetConfigurationState().link, Orv::ConfigurationLink::Lost);
         EXPECT_FALSE(ConfigConnection::GetList("AUDIOFEED").IsValid()) << "the tables are gone";
         Stop();
         client.Stop();
@@ -564,6 +566,62 @@ TEST_F(HostTest, AnExceptionOutOfAPreCacheIsLoggedAndTheNextTableFollows) {
     ASSERT_NE(broken, lines.end());
     EXPECT_EQ(*(broken - 1), "Trace|Pre-cache 'ANNOUNCEMENT'");
     EXPECT_EQ(*(broken + 1), "Trace|Pre-cache 'AUDIOFEED'");
+}
+
+// A link whose service dies at the first call; the call comes back once the library has told the loss.
+class DyingConnector : public VX::ILinkConnector {
+public:
+    explicit DyingConnector(VX::InProcessExchange& exchange) : exchange_(exchange) {}
+    std::unique_ptr<VX::ILink> Connect(const std::string& host, u32 port, const std::string& credentials,
+                                       VX::ILinkEvents& events, VX::PeerInfo& peer, bool& authFailed) override {
+        auto link = exchange_.Connect(host, port, credentials, events, peer, authFailed);
+        if (!dies) return link;
+        return std::make_unique<Link>(exchange_, std::move(link));
+    }
+
+    bool dies = true;
+
+private:
+    class Link : public VX::ILink {
+    public:
+        Link(VX::InProcessExchange& exchange, std::unique_ptr<VX::ILink> link)
+            : exchange_(exchange), link_(std::move(link)) {}
+        bool Call(u32, const VX::ParamListHolder&, VX::ParamListHolder&) override {
+            exchange_.Stop();
+            Sleep(10);
+            return false;
+        }
+        void Close() override { link_->Close(); }
+
+    private:
+        VX::InProcessExchange& exchange_;
+        std::unique_ptr<VX::ILink> link_;
+    };
+
+    VX::InProcessExchange& exchange_;
+};
+
+// The state said "lost" for good of a connection that had never stood and was tried again each ten seconds.
+TEST_F(HostTest, AConnectionLostWhileItIsMadeIsTriedAgainAndTheStateSaysSo) {
+    DyingConnector connector(config_.Exchange());
+    VXSetConnector(&connector);
+    sim_.Files().AddFile(kSettings, kConnection);
+    Serve([&] {
+        using Orv::ConfigurationLink;
+        Sleep(5'000);
+        EXPECT_EQ(Count("Can't connect to Configuration service"), 1U);
+        EXPECT_EQ(Orv::GetConfigurationState().link, ConfigurationLink::Waiting);
+        connector.dies = false;
+        config_.Exchange().Resume();
+        Sleep(10'000);
+        EXPECT_EQ(Count("Connected to Configuration service"), 1U);
+        EXPECT_EQ(Orv::GetConfigurationState().link, ConfigurationLink::Up) << "the loss before is over";
+        EXPECT_TRUE(ConfigConnection::GetList("AUDIOFEED").IsValid());
+        config_.Exchange().Stop();
+        Sleep(1'000);
+        EXPECT_EQ(Orv::GetConfigurationState().link, ConfigurationLink::Lost);
+        Stop();
+    });
 }
 
 }  // namespace

@@ -199,6 +199,21 @@ TEST_F(BatchListenerTest, ATransactionIsToldBetweenItsMarksDeletionsFirstInEachT
     });
 }
 
+// So a service has a row's reader end what it has and build it anew.
+TEST_F(BatchListenerTest, ARowThatIsDeletedAndUpdatedInOneTransactionIsToldAsGoneAndThenAsNew) {
+    Run([&] {
+        const ListHolder list = Open();
+        Raise("BATCHUPDATE", BatchEvent(5, {{"AUDIOFEED", {2}, {2}}}));
+        EXPECT_EQ(told_, (Texts{"TRANSACTION Inserted 5 /-", "TRANSACTION Updated 5 /-", "AUDIOFEED Deleted 2 -/2",
+                                "AUDIOFEED Updated 2 2/-", "TRANSACTION Deleted 5 /-"}));
+        EXPECT_EQ(IdsOf(list), (std::vector<i32>{1, 2}));
+    });
+}
+
+TEST_F(BatchListenerTest, ThereIsRoomForTheChangesOfANormalTransactionBeforeTheFirst) {
+    EXPECT_GE(ConfigConnection::Connection::Instance().Pending().capacity(), 10240u);
+}
+
 TEST_F(BatchListenerTest, AllRowsOfATransactionAreInPlaceBeforeTheFirstIsTold) {
     Run([&] {
         Open();

@@ -251,6 +251,14 @@ TEST_F(CommonSettingsTest, AnEmptyLastPartNamesThePositionReached) {
     EXPECT_EQ(Get("z").AsString(), "3");
 }
 
+TEST_F(CommonSettingsTest, TwoSlashesAtTheEndOfAPathGiveBothWarnings) {
+    Load("[a//]\nx=1\n");
+    EXPECT_EQ(settings_.messages,
+              (Texts{"/s.ini(1): Warning: Empty sub-section's name is ignored while parsing section name 'a//'",
+                     "/s.ini(1): Warning: Check section name. Current section is a"}));
+    EXPECT_EQ(Get("[a].x").AsString(), "1");
+}
+
 TEST_F(CommonSettingsTest, ALookupTakesAPointASlashOrNothingBehindTheBracket) {
     Load("[a]\nkey=1\n.key=2\n/key=3\n");
     EXPECT_EQ(Get("[a].key").AsString(), "1");

@@ -12,6 +12,7 @@ struct HostRecord {
     std::vector<std::string> events;
     Platform::Event stopped;
     std::function<void(Orv::ServiceHost&, u32 argCount, void* args)> run;  // what Run() does besides
+    std::function<void()> control;                                         // and what OnControl() does
     int alive = 0;
     u32 answer = 3;  // to every control
 };
@@ -29,6 +30,7 @@ public:
     }
     u32 OnControl(u32 control, u32 eventType, void*) override {
         record_.events.push_back("control " + std::to_string(control) + " " + std::to_string(eventType));
+        if (record_.control) record_.control();
         if (control == 1 || control == 5) record_.stopped.Set();
         return record_.answer;
     }

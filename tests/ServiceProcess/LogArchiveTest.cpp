@@ -130,6 +130,14 @@ TEST_F(LogArchiveTest, TheDayOfTheBackupFolderIsUniversalTimeAndThatOfTheNameLoc
     EXPECT_TRUE(Files().Exists("/log/Backup/20240306/OrvAudioProvider.2024-03-05.213000.log"));
 }
 
+TEST_F(LogArchiveTest, TheBackupFolderIsThatOfTheDayOnWhichTheFileIsClosed) {
+    Platform::Sim::Clock().SetUtcMilliseconds(1709683199500);  // 2024-03-05 23:59:59.500
+    writer_->OpenLog("/log", kNoLimit);
+    Later(700);
+    writer_.reset();
+    EXPECT_TRUE(Files().Exists("/log/Backup/20240306/OrvAudioProvider.2024-03-05.235959.log"));
+}
+
 TEST_F(LogArchiveTest, TheFoldersMayBeThereAlready) {
     Files().AddFile("/log/Backup/20240305/older.log", "x");
     writer_->OpenLog("/log", kNoLimit);

@@ -203,6 +203,16 @@ TEST_F(LogTest, TheDayChangesInTheMiddleOfAFileAndTheFileGoesOn) {
     EXPECT_EQ(Files().List("/log").size(), 1u);
 }
 
+// Only the number of the day is compared.
+TEST_F(LogTest, TheSameDayOfAnotherMonthGetsNoDateOfItsOwn) {
+    Open();
+    Platform::Sim::Clock().SetUtcMilliseconds(1712312430000);  // 2024-04-05 10:20:30
+    const std::string added = Added([&] { ORV_LOG_TO(writer_, Info) << "a month later"; });
+    EXPECT_TRUE(added.starts_with(At("10:20:30.000"))) << added;
+    Platform::Sim::Clock().SetUtcMilliseconds(1712398830000);  // 2024-04-06 10:20:30
+    EXPECT_TRUE(Added([&] { ORV_LOG_TO(writer_, Info) << "a day later"; }).starts_with("#Date: 2024/04/06\n"));
+}
+
 TEST_F(LogTest, TimesAreLocal) {
     Platform::Sim::Clock().SetLocalOffsetMinutes(90);
     writer_.OpenLog("/log", kNoLimit);

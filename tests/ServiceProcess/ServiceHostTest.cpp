@@ -254,4 +254,16 @@ TEST_F(ServiceHostTest, TheHostLivesWhileItRunsThoughTheRegistryIsEmptied) {
     EXPECT_EQ(record_.alive, 0);
 }
 
+TEST_F(ServiceHostTest, TheHostLivesWhileAControlIsHandledThoughTheRegistryIsEmptied) {
+    auto* host = new HostProbe("a", record_);
+    int aliveInside = 0;
+    record_.control = [&] {
+        Orv::ClearServices();
+        aliveInside = record_.alive;
+    };
+    EXPECT_EQ(Orv::ControlEntry(4, 0, nullptr, static_cast<Orv::ServiceHost*>(host)), 0u);
+    EXPECT_EQ(aliveInside, 1);
+    EXPECT_EQ(record_.alive, 0);
+}
+
 }  // namespace

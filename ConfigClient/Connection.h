@@ -1,7 +1,9 @@
 // The process's one connection and all that hangs on it.
 #pragma once
 
+#include <functional>
 #include <map>
+#include <utility>
 
 #include "ConfigClient/Application.h"
 #include "ConfigClient/Listeners.h"
@@ -40,6 +42,10 @@ private:
     // As many changes as a normal transaction has, so that its list allocates nothing.
     static constexpr u32 kPendingRoom = 10240;
 
+    using SlotHandlers =
+        std::map<u32, MTObjects::THolder<VXTPL::SlotHandlerImpl>, std::less<u32>,
+                 VX::VXLFHallocator_<std::pair<const u32, MTObjects::THolder<VXTPL::SlotHandlerImpl>>>>;
+
     Connection();
 
     Platform::Mutex recordMutex_;
@@ -48,7 +54,7 @@ private:
     MTObjects::THolder<VXTPL::VXApplicationImpl> previous_ ORV_GUARDED_BY(recordMutex_);
 
     Platform::Mutex handlersMutex_;
-    std::map<u32, MTObjects::THolder<VXTPL::SlotHandlerImpl>> slotHandlers_ ORV_GUARDED_BY(handlersMutex_);
+    SlotHandlers slotHandlers_ ORV_GUARDED_BY(handlersMutex_);
 
     ObjectLists lists_;
     PendingChanges pendingChanges_;

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstddef>
-#include <new>
 
 #include "VX/ParamList.h"
 
@@ -10,11 +9,7 @@ namespace ConfigConnection {
 
 class HeapObject {
 public:
-    static void* operator new(std::size_t size) {
-        void* memory = VXAllocate(size);
-        if (memory == nullptr) throw std::bad_alloc();
-        return memory;
-    }
+    static void* operator new(std::size_t size) { return VXAllocate(size); }
     static void operator delete(void* memory) noexcept { VXFree(memory); }
 
 protected:

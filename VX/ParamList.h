@@ -88,7 +88,7 @@ inline const u8* VXRecordPayload(VXParamRecord record) {
 }
 i32 VXReadInt32(const u8* bytes);  // at any address
 
-// The library's heap.
+// The library's heap. Never null: throws std::bad_alloc. Null is freed without harm.
 void* VXAllocate(u64 size);
 void VXFree(void* memory);
 

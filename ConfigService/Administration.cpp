@@ -91,8 +91,7 @@ ParamListHolder ConfigService::Administer(VX::SessionId session, u32 number, con
     }
 }
 
-// --- changes
-// ----------------------------------------------------------------------------------------------------------
+// --- changes ---------------------------------------------------------------------------------------------------------
 
 ParamListHolder ConfigService::AnswerApply(const std::string& user, const ParamListHolder& request) {
     std::vector<Finding> errors;
@@ -165,8 +164,7 @@ void ConfigService::LogChange(const std::string& user, const ApplyResult& result
     }
 }
 
-// --- looking
-// ----------------------------------------------------------------------------------------------------------
+// --- looking ---------------------------------------------------------------------------------------------------------
 
 ParamListHolder ConfigService::AnswerListRows(const ParamListHolder& request) const {
     const std::string name = GetText(request, "table");
@@ -218,8 +216,7 @@ ParamListHolder ConfigService::AnswerStatus(VX::SessionId asking) const {
     return reply;
 }
 
-// --- users
-// ------------------------------------------------------------------------------------------------------------
+// --- users -----------------------------------------------------------------------------------------------------------
 
 ParamListHolder ConfigService::AnswerListUsers() const {
     std::vector<ParamListHolder> lists;

@@ -185,8 +185,7 @@ void Database::Fail(int code) const {
     throw DatabaseError("The database " + path_ + ": " + text + Advice(code));
 }
 
-// --- statements
-// -------------------------------------------------------------------------------------------------------
+// --- statements ------------------------------------------------------------------------------------------------------
 
 Statement::Statement(Database& database, const std::string& sql) : database_(database) {
     const int code =
@@ -256,8 +255,7 @@ std::string Statement::GetText(int column) const {
                            : std::string();
 }
 
-// --- transactions
-// -----------------------------------------------------------------------------------------------------
+// --- transactions ----------------------------------------------------------------------------------------------------
 
 Transaction::Transaction(Database& database) : database_(database) {
     database_.Execute("BEGIN IMMEDIATE");

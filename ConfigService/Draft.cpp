@@ -42,8 +42,7 @@ void Draft::Build(const std::vector<Change>& changes) {
                      [](const Finding& left, const Finding& right) { return left.change < right.change; });
 }
 
-// --- one change
-// -------------------------------------------------------------------------------------------------------
+// --- one change ------------------------------------------------------------------------------------------------------
 
 void Draft::ApplyOne(i32 index, const Change& change) {
     const Table* table = FindTable(change.table);
@@ -193,8 +192,7 @@ void Draft::RemoveContentOf(i32 feed, i32 index) {
     }
 }
 
-// --- the outcome
-// ------------------------------------------------------------------------------------------------------
+// --- the outcome -----------------------------------------------------------------------------------------------------
 
 void Draft::CheckTouchedRows() {
     for (const Table& table : Tables()) {

@@ -108,8 +108,7 @@ ParamListHolder ConfigService::OnCall(VX::SessionId session, u32 number, const P
     }
 }
 
-// --- rows
-// -------------------------------------------------------------------------------------------------------------
+// --- rows ------------------------------------------------------------------------------------------------------------
 
 ParamListHolder ConfigService::AnswerRow(const ParamListHolder& request) const {
     ParamListHolder reply = NewList();

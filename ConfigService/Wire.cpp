@@ -111,8 +111,7 @@ const char* KindFromText(const std::string& text) {
 
 }  // namespace
 
-// --- rows
-// -------------------------------------------------------------------------------------------------------------
+// --- rows ------------------------------------------------------------------------------------------------------------
 
 ParamListHolder RowToList(const Table& table, const Row& row) {
     ParamListHolder list = NewList();
@@ -133,8 +132,7 @@ Row RowFromList(const Table& table, const ParamListHolder& list) {
     return row;
 }
 
-// --- changes
-// ----------------------------------------------------------------------------------------------------------
+// --- changes ---------------------------------------------------------------------------------------------------------
 
 ParamListHolder ChangesToList(const std::vector<Change>& changes) {
     std::vector<ParamListHolder> lists;
@@ -173,8 +171,7 @@ std::vector<Change> ChangesFromList(const ParamListHolder& request, std::vector<
     return changes;
 }
 
-// --- results
-// ----------------------------------------------------------------------------------------------------------
+// --- results ---------------------------------------------------------------------------------------------------------
 
 ParamListHolder ResultToList(const ApplyResult& result) {
     ParamListHolder reply = NewList();
@@ -243,8 +240,7 @@ ApplyResult ResultFromList(const ParamListHolder& reply, std::string& resultWord
     return result;
 }
 
-// --- helpers
-// ----------------------------------------------------------------------------------------------------------
+// --- helpers ---------------------------------------------------------------------------------------------------------
 
 void SetIds(const ParamListHolder& list, const char* key, const std::vector<i32>& ids) {
     VXSetBinaryValue(list.Get(), key, ids.data(), static_cast<u32>(ids.size() * sizeof(i32)));

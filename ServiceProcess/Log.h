@@ -1,9 +1,10 @@
 // The system's only log.
 //
-// A statement: ORV_LOG(Info) << "Root path updated: " << path; The file that uses it defines kLogSource, the source
-// name in the line. The level is tested first; below it nothing is built. The writer's lock is innermost: a statement
-// may stand under any other lock. A log that cannot be written never stops the service: the line is lost, whole and in
-// silence.
+//   ORV_LOG(Info) << "Root path updated: " << path;
+//
+// The file that uses such a statement defines kLogSource, the source name in the line. The level is tested first; below
+// it nothing is built. The writer's lock is innermost: a statement may stand under any other lock. A log that cannot be
+// written never stops the service: the line is lost, whole and in silence.
 #pragma once
 
 #include <atomic>

@@ -23,8 +23,7 @@ struct CommandContext {
     Connection Connect() const { return Connection(*connector, FindTarget(options)); }
 };
 
-// --- rows
-// -------------------------------------------------------------------------------------------------------------
+// --- rows ------------------------------------------------------------------------------------------------------------
 
 // What was typed for a row: column numbers with the option they came by and the text, and columns to make absent.
 struct TypedRow {
@@ -37,15 +36,13 @@ void ListRows(const CommandContext& context, const TableWords& words);
 void ShowRow(const CommandContext& context, const TableWords& words, const std::string& key);
 void ChangeRow(const CommandContext& context, const TableWords& words, Action action, const TypedRow& typed);
 
-// --- files
-// ------------------------------------------------------------------------------------------------------------
+// --- files -----------------------------------------------------------------------------------------------------------
 
 // "-" for standard input.
 void ApplyFile(const CommandContext& context, const std::string& path);
 void ExportRows(const CommandContext& context);
 
-// --- the rest
-// ---------------------------------------------------------------------------------------------------------
+// --- the rest --------------------------------------------------------------------------------------------------------
 
 // The Configuration service and, if the settings say where it tells its state, the audio feed service.
 void ShowStatus(const CommandContext& context);

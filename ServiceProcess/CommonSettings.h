@@ -42,6 +42,12 @@ const SettingsValue& EmptySettingsValue();
 bool ParseInteger(const std::string& text, i64& out);
 
 struct SettingsSection {
+    SettingsSection() = default;
+    SettingsSection(SettingsSection&&) noexcept = default;
+    SettingsSection& operator=(SettingsSection&&) noexcept = default;
+    // Takes no more of the stack for sections that are nested deep.
+    ~SettingsSection();
+
     std::string name;  // full path, for instance "a/b"; empty for the root
     std::vector<SettingsSection> children;
     std::unordered_map<std::string, SettingsValue> valuesByKey;  // by the lower-cased key

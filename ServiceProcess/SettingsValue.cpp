@@ -1,4 +1,8 @@
-// Reading what the settings hold.
+// What the settings hold, and how it is read.
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
 #include "Platform/Path.h"
 #include "ServiceProcess/CommonSettings.h"
 
@@ -65,6 +69,16 @@ bool ParseInteger(const std::string& text, i64& out) {
     }
     out = static_cast<i64>(number);
     return true;
+}
+
+SettingsSection::~SettingsSection() {
+    // One after another instead of each inside its parent: a line may name any number of levels.
+    std::vector<SettingsSection> dying = std::move(children);
+    while (!dying.empty()) {
+        std::vector<SettingsSection> nested = std::move(dying.back().children);
+        dying.pop_back();
+        std::move(nested.begin(), nested.end(), std::back_inserter(dying));
+    }
 }
 
 const SettingsValue& SettingsSection::FindValue(const std::string& key) const {

@@ -1,7 +1,6 @@
 #include "Projects/Common/VoIPFileEngine/ContentCheck.h"
 
 #include "Platform/Files.h"
-#include "Platform/Path.h"
 #include "Projects/Common/VoIPFileEngine/ContentName.h"
 #include "Projects/Common/VoIPFileEngine/IMemoryFile.h"
 #include "Projects/Common/VoIPFileEngine/MemoryFileCache.h"
@@ -10,9 +9,6 @@
 namespace Orv {
 namespace {
 
-constexpr u64 kMinimalFile = 44;  // a WAV file must be longer
-constexpr u64 kFirstChunk = 12;
-constexpr u64 kChunkHeader = 8;
 // A file of nothing but empty chunks must not keep anybody.
 constexpr u32 kMostChunks = 10'000;
 
@@ -20,10 +16,10 @@ constexpr u32 kMostChunks = 10'000;
 // False when there is none.
 bool FindChunk(Platform::IReadFile& file, const char* tag, u64& position, u32& length) {
     for (u32 i = 0; i < kMostChunks && position < file.Size(); ++i) {
-        u8 header[kChunkHeader];
+        u8 header[WaveLayout::ChunkHeader];
         if (file.ReadAt(position, header, sizeof header) != sizeof header) return false;
         length = U32At(header + 4);
-        position += kChunkHeader;
+        position += WaveLayout::ChunkHeader;
         if (HasTag(header, tag)) return true;
         position += length;
     }
@@ -55,13 +51,13 @@ std::string WhyFormatNotPlayed(const WaveFormat& format) {
 
 std::string WhyWaveNotPlayable(Platform::IReadFile& file) {
     const u64 size = file.Size();
-    if (size <= kMinimalFile) return "it is too short for a WAV file with sound";
-    u8 riff[kFirstChunk] = {};
+    if (size <= WaveLayout::PlainHeader) return "it is too short for a WAV file with sound";
+    u8 riff[WaveLayout::FirstChunk] = {};
     if (file.ReadAt(0, riff, sizeof riff) != sizeof riff) return "it cannot be read";
     if (!HasTag(riff, "RIFF") || !HasTag(riff + 8, "WAVE")) return "it is no WAV file, whatever its name says";
     if (U32At(riff + 4) > size) return "it is cut off: its header tells of more than there is";
 
-    u64 position = kFirstChunk;
+    u64 position = WaveLayout::FirstChunk;
     u32 length = 0;
     u8 body[WaveFormat::BodyBytes] = {};
     if (!FindChunk(file, "fmt ", position, length)) return "it does not say what its sound is like";
@@ -73,10 +69,6 @@ std::string WhyWaveNotPlayable(Platform::IReadFile& file) {
     // A length of 0 is that of a program which did not know it yet: all that follows plays.
     if (!FindChunk(file, "data", position, length) || position >= size) return "there is no sound in it";
     return {};
-}
-
-bool EndsInWav(const std::string& path) {
-    return path.size() >= 4 && Platform::LowerAscii(path.substr(path.size() - 4)) == ".wav";
 }
 
 }  // namespace

@@ -7,29 +7,19 @@
 namespace Orv {
 namespace {
 
-constexpr std::string_view kLocalPipes = "\\\\.\\pipe\\";
 constexpr std::string_view kPipeExtension = ".pipe";
 
-char Lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+// Whatever the case of A to Z; `lower` is in lower case.
+bool BeginsWith(const std::string& text, std::string_view lower) {
+    return Platform::LowerAscii(text.substr(0, lower.size())) == lower;
 }
-
-// `lower` is in lower case.
-bool EqualsIgnoringCase(std::string_view text, std::string_view lower) {
-    if (text.size() != lower.size()) return false;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (Lower(text[i]) != lower[i]) return false;
-    }
-    return true;
-}
-
-bool BeginsWith(std::string_view text, std::string_view lower) {
-    return EqualsIgnoringCase(text.substr(0, lower.size()), lower);
+bool EndsWith(const std::string& text, std::string_view lower) {
+    return text.size() >= lower.size() && Platform::LowerAscii(text.substr(text.size() - lower.size())) == lower;
 }
 
 // A bare extension is no name.
-bool HasExtension(std::string_view text, std::string_view lower) {
-    return text.size() > lower.size() && EqualsIgnoringCase(text.substr(text.size() - lower.size()), lower);
+bool HasExtension(const std::string& text, std::string_view lower) {
+    return text.size() > lower.size() && EndsWith(text, lower);
 }
 
 }  // namespace
@@ -43,7 +33,7 @@ bool IsLinkName(const std::string& name) {
 }
 
 bool IsPipePath(const std::string& name) {
-    if (name.size() < kLocalPipes.size() || !name.starts_with("\\\\")) return false;
+    if (name.size() < LocalPipes.size() || !name.starts_with("\\\\")) return false;
     const std::size_t hostEnd = name.find('\\', 2);
     return hostEnd != std::string::npos && name.compare(hostEnd, 6, "\\pipe\\") == 0;
 }
@@ -56,6 +46,10 @@ bool IsSoundFileName(const std::string& name) {
     return HasExtension(name, ".wav") || HasExtension(name, ".raw");
 }
 
+bool EndsInWav(const std::string& path) {
+    return EndsWith(path, ".wav");
+}
+
 bool IsPipeFileName(const std::string& name) {
     return HasExtension(name, kPipeExtension);
 }
@@ -65,7 +59,7 @@ std::string LocalPipePath(const std::string& pipeFileName) {
     if (separator == std::string::npos) separator = pipeFileName.rfind('/');
     const std::size_t begin = separator == std::string::npos ? 0 : separator + 1;
     const std::size_t end = pipeFileName.size() - kPipeExtension.size();
-    return std::string(kLocalPipes).append(pipeFileName, begin, end - begin);
+    return std::string(LocalPipes).append(pipeFileName, begin, end - begin);
 }
 
 std::string NormaliseFileName(const std::string& name) {

@@ -2,10 +2,14 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "Platform/Types.h"
 
 namespace Orv {
+
+// What stands in front of the name of each pipe of this machine.
+inline constexpr std::string_view LocalPipes = "\\\\.\\pipe\\";
 
 // "#5#", "##5#": a gap. At least three characters, so that "##" is none.
 bool IsGapName(const std::string& name);
@@ -17,6 +21,8 @@ bool IsPipePath(const std::string& name);
 bool IsMusicBoxName(const std::string& name);
 // Has something before its ".wav" or ".raw", whatever its case.
 bool IsSoundFileName(const std::string& name);
+// Ends in ".wav", whatever its case, and be it nothing else: what is read as a WAV file.
+bool EndsInWav(const std::string& path);
 // Has something before its ".pipe", whatever its case.
 bool IsPipeFileName(const std::string& name);
 

@@ -10,7 +10,7 @@
 
 #include "Platform/Files.h"
 #include "Platform/OutOfMemory.h"
-#include "Platform/Path.h"
+#include "Projects/Common/VoIPFileEngine/ContentName.h"
 #include "Projects/Common/VoIPFileEngine/ResampleTo8k.h"
 #include "Projects/Common/VoIPFileEngine/WaveFormat.h"
 #include "ServiceProcess/LogAdapters.h"
@@ -23,7 +23,6 @@ static_assert(std::endian::native == std::endian::little);
 
 constexpr char kLogSource[] = "VoIPFileEngine/FileView";
 
-constexpr u64 kMinimalFile = 44;
 constexpr u64 kLastPosition = 0x7FFFFFFF;  // the last one that a seek can reach
 
 // Reads a file on from where it stands, short pieces through a small window, so that even a file of nothing but empty
@@ -193,12 +192,9 @@ PageBytes LoadPcmFile(const std::string& path, u64& fileSize, u64& dataOffset, u
     }
     if (file->Size() > kLastPosition) return nullptr;  // its end cannot be found by seeking
     fileSize = file->Size();
-    if (fileSize < kMinimalFile) return nullptr;
+    if (fileSize < WaveLayout::PlainHeader) return nullptr;
     FileCursor cursor(*file);
-    // A bare ".wav" is a WAV file here.
-    if (path.size() >= 4 && Platform::LowerAscii(path.substr(path.size() - 4)) == ".wav") {
-        return LoadWave(path, cursor, fileSize, dataOffset, dataSize, adpcm);
-    }
+    if (EndsInWav(path)) return LoadWave(path, cursor, fileSize, dataOffset, dataSize, adpcm);
     dataSize = fileSize;
     return ReadBytes(cursor, dataSize);
 }

@@ -28,7 +28,8 @@ public:
     bool GetNextFrame(const u8** frame, ContentEventList& events) override;
     // Both lists to their first item; the ramp stays where it is.
     void Rewind() override;
-    // Name and id of the overlay list's current reader; empty and 0 if it has none. The main list's is never told.
+    // Name and id of the overlay list's current reader; empty and 0 if it has none. The main list's is never told. Both
+    // take the mutex: from any thread, while the list may be replaced.
     std::string GetName() override;
     u32 GetContentId() override;
     bool IsOpen() override { return true; }

@@ -9,7 +9,7 @@
 namespace Orv {
 
 bool MemFileReader::Open(const char* name, void*, i32 frameBytes) {
-    assert(frameBytes > 0 && static_cast<u32>(frameBytes) <= MaxFrameBytes);
+    assert(frameBytes >= 0 && static_cast<u32>(frameBytes) <= MaxFrameBytes);
     if (name != nullptr) file_ = OpenMemoryFile(name, true, true);
     frameBytes_ = static_cast<u64>(frameBytes);
     position_ = 0;

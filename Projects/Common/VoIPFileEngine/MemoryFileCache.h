@@ -39,7 +39,7 @@ private:
 };
 
 // A reader of a cached file, opened; null when no file of that name is cached. One whose file cannot be used is not
-// valid. `frameBytes` is at most MaxFrameBytes.
+// valid. `frameBytes` is at most MaxFrameBytes; with 0 it has finished from the start.
 MTObjects::THolder<IMMFileStreamReader> CreateMemFileReader(u32 id, const char* name, void* buffer, u32 frameBytes);
 
 }  // namespace Orv

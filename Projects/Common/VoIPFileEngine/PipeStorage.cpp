@@ -2,6 +2,7 @@
 
 #include <system_error>
 
+#include "Projects/Common/VoIPFileEngine/ContentName.h"
 #include "Projects/Common/VoIPFileEngine/ReferenceStorage.h"
 #include "ServiceProcess/LogAdapters.h"
 
@@ -9,8 +10,6 @@ namespace Orv {
 namespace {
 
 constexpr char kLogSource[] = "VoIPFileEngine/PipeStream";
-
-constexpr std::size_t kShortestName = 9;  // of "\\.\pipe\"
 
 using BoxHolder = MTObjects::THolder<IPipeMusicBox>;
 
@@ -33,7 +32,7 @@ BoxHolder BuildBox(const std::string& name) {
 
 BoxHolder AcquirePipeBox(const char* name) {
     const std::string key = name != nullptr ? name : "";
-    if (key.size() < kShortestName || !key.starts_with("\\\\")) {
+    if (key.size() < LocalPipes.size() || !key.starts_with("\\\\")) {
         ORV_ENGINE_LOG(LogWarnSink, key << " is not a pipe");
         return nullptr;
     }

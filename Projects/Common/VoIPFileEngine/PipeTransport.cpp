@@ -2,18 +2,17 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <string_view>
 #include <utility>
 
 #include "Platform/Path.h"
 #include "Platform/Thread.h"
+#include "Projects/Common/VoIPFileEngine/ContentName.h"
 #include "ServiceProcess/LogAdapters.h"
 
 namespace Orv {
 namespace {
 
 constexpr char kLogSource[] = "VoIPFileEngine/PipeStream";
-constexpr std::string_view kLocalPipes = "\\\\.\\pipe\\";
 
 using Outcome = Platform::IPipeClient::Outcome;
 
@@ -31,8 +30,8 @@ PipeTransport::~PipeTransport() {
 }
 
 std::string PipeTransport::LocalName(const std::string& path) {
-    const bool local = Platform::LowerAscii(path.substr(0, kLocalPipes.size())) == kLocalPipes;
-    return local ? path.substr(kLocalPipes.size()) : std::string();
+    const bool local = Platform::LowerAscii(path.substr(0, LocalPipes.size())) == LocalPipes;
+    return local ? path.substr(LocalPipes.size()) : std::string();
 }
 
 bool PipeTransport::Connect(bool forWriting) {

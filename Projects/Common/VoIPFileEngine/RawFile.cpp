@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <ios>
 
-#include "Platform/Path.h"
+#include "Projects/Common/VoIPFileEngine/ContentName.h"
 #include "Projects/Common/VoIPFileEngine/ReferenceStorage.h"
 #include "Projects/Common/VoIPFileEngine/WAVFileView.h"
 #include "ServiceProcess/LogAdapters.h"
@@ -19,10 +19,6 @@ using RawFileHolder = MTObjects::THolder<IRawFile>;
 ReferenceStorage<std::string, RawFileHolder>& SharedFiles() {
     static ReferenceStorage<std::string, RawFileHolder>& storage = *new ReferenceStorage<std::string, RawFileHolder>;
     return storage;
-}
-
-bool EndsInWav(const std::string& path) {
-    return path.size() >= 4 && Platform::LowerAscii(path.substr(path.size() - 4)) == ".wav";
 }
 
 std::string Describe(Platform::SystemError code) {

@@ -12,11 +12,6 @@ namespace Orv {
 namespace {
 
 constexpr char kLogSource[] = "VoIPFileEngine/FileView";
-
-constexpr u64 kMinimalFile = 44;  // a file must be longer
-constexpr u64 kFirstChunk = 12;
-constexpr u64 kChunkHeader = 8;  // tag and length
-
 }  // namespace
 
 // The file through a small window, so that even a file of nothing but empty chunks costs few reads.
@@ -52,9 +47,9 @@ struct ChunkHeader {
     std::string_view Tag() const { return {reinterpret_cast<const char*>(raw), 4}; }
     u32 Length() const { return U32At(raw + 4); }
     // Odd lengths are not rounded. 64 bits: the sum never wraps.
-    u64 Next(u64 position) const { return position + kChunkHeader + Length(); }
+    u64 Next(u64 position) const { return position + WaveLayout::ChunkHeader + Length(); }
 
-    u8 raw[kChunkHeader];
+    u8 raw[WaveLayout::ChunkHeader];
 };
 
 }  // namespace
@@ -65,9 +60,9 @@ WAVFileView::WAVFileView(const std::string& path, bool prefetch, bool lock) : Fi
 
 // Runs before `offset` is set, so that positions count from the start of the file and `size` is the whole file's.
 bool WAVFileView::ParseWave() {
-    if (size <= kMinimalFile) return false;
+    if (size <= WaveLayout::PlainHeader) return false;
     WaveBytes bytes(*this);
-    u8 riff[kFirstChunk];
+    u8 riff[WaveLayout::FirstChunk];
     bytes.Copy(0, riff, sizeof riff);
     if (!HasTag(riff, "RIFF")) {
         ORV_ENGINE_LOG(LogWarnSink, "No RIFF marker");
@@ -81,7 +76,7 @@ bool WAVFileView::ParseWave() {
         ORV_ENGINE_LOG(LogWarnSink, "No WAVE marker");
         return false;
     }
-    u64 position = kFirstChunk;
+    u64 position = WaveLayout::FirstChunk;
     return ParseFormat(bytes, position) && FindData(bytes, position);
 }
 
@@ -95,7 +90,7 @@ bool WAVFileView::ParseFormat(WaveBytes& bytes, u64& position) {
         if (chunk.Is("fmt ")) break;
     }
     u8 body[WaveFormat::BodyBytes];
-    bytes.Copy(position + kChunkHeader, body, sizeof body);
+    bytes.Copy(position + WaveLayout::ChunkHeader, body, sizeof body);
     const WaveFormat format(body);
     if (chunk.Length() < WaveFormat::BodyBytes || !(format.IsPcm() || format.IsImaAdpcm())) {
         ORV_ENGINE_LOG(LogWarnSink, "Unsupported WAV format: " << format);
@@ -120,7 +115,7 @@ bool WAVFileView::FindData(WaveBytes& bytes, u64 position) {
         if (chunk.Is("data")) break;
         ORV_ENGINE_LOG(LogDebugSink, "Skipping chunk '" << chunk.Tag() << "' of size " << chunk.Length());
     }
-    offset = position + kChunkHeader;
+    offset = position + WaveLayout::ChunkHeader;
     size = std::min<u64>(chunk.Length(), size - offset);
     return true;
 }

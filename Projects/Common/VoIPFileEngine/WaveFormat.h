@@ -19,6 +19,13 @@ inline bool HasTag(const u8* bytes, std::string_view tag) {
     return std::memcmp(bytes, tag.data(), tag.size()) == 0;
 }
 
+// In bytes.
+struct WaveLayout {
+    static constexpr u64 FirstChunk = 12;   // behind "RIFF", a length and "WAVE"
+    static constexpr u64 ChunkHeader = 8;   // tag and length
+    static constexpr u64 PlainHeader = 44;  // all that stands in front of the audio in the plainest file
+};
+
 // The first 16 bytes of a "fmt " chunk's body. Written to a stream as a message shows it: 1/2/44100/16.
 struct WaveFormat {
     static constexpr u32 BodyBytes = 16;

@@ -66,6 +66,17 @@ TEST(ContentName, SoundFilesAndPipeFilesAreToldByTheirEndingsWhateverTheirCase) 
     EXPECT_FALSE(IsPipeFileName("a.pip"));
 }
 
+TEST(ContentName, WhatEndsInWavIsAWaveFileWhateverItsCaseAndBeItTheEndingAlone) {
+    EXPECT_TRUE(EndsInWav("a.wav"));
+    EXPECT_TRUE(EndsInWav("/s/B.WaV"));
+    EXPECT_TRUE(EndsInWav(".WAV"));
+    EXPECT_FALSE(EndsInWav("wav"));
+    EXPECT_FALSE(EndsInWav("awav"));
+    EXPECT_FALSE(EndsInWav("a.wave"));
+    EXPECT_FALSE(EndsInWav("a.raw"));
+    EXPECT_FALSE(EndsInWav(""));
+}
+
 TEST(ContentName, APipeFileStandsForTheLocalPipeOfItsBaseName) {
     EXPECT_EQ(LocalPipePath("/data/music/jingle.pipe"), "\\\\.\\pipe\\jingle");
     EXPECT_EQ(LocalPipePath("c:\\music\\jingle.pipe"), "\\\\.\\pipe\\jingle");

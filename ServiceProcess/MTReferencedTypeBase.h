@@ -18,15 +18,15 @@ class THolder;
 // until the first holder takes it. Counting is safe from any thread; everything else is the derived class's business.
 class ORV_EXPORT MTReferencedTypeBase {
 public:
-    // One signed 32-bit count, 0 at first.
+    // One signed 32-bit count, 0 at first. Sequentially consistent: all threads see the changes of all counts in one
+    // order, and everything that other holders did happens before the deletion.
     class ORV_EXPORT RefCounter {
     public:
         RefCounter() noexcept;
-        // A new reference is made from one that exists, so the increment orders nothing.
-        void Increment() noexcept { count_.fetch_add(1, std::memory_order_relaxed); }
-        // The count before the decrement. Everything that other holders did happens before the deletion.
-        i32 Decrement() noexcept { return count_.fetch_sub(1, std::memory_order_acq_rel); }
-        i32 Value() const noexcept { return count_.load(std::memory_order_acquire); }
+        void Increment() noexcept { count_.fetch_add(1, std::memory_order_seq_cst); }
+        // The count before the decrement.
+        i32 Decrement() noexcept { return count_.fetch_sub(1, std::memory_order_seq_cst); }
+        i32 Value() const noexcept { return count_.load(std::memory_order_seq_cst); }
 
     private:
         std::atomic<i32> count_;

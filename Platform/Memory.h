@@ -1,4 +1,4 @@
-// The system's memory pages, and keeping them from being paged out.
+// The system's memory pages, keeping them from being paged out, and the heap.
 #pragma once
 
 #include "Platform/Types.h"
@@ -15,5 +15,11 @@ u32 PageSize();
 bool LockMemory(const void* data, u64 size);
 // Takes the lock of those pages back. Nothing happens if they are not locked. Any thread.
 void UnlockMemory(const void* data, u64 size);
+
+// From now on all threads allocate from one heap, in which what one of them gives back is there for any other.
+// Otherwise threads have a few heaps between them, and what the maker of thousands of feeds has allocated for them
+// stays behind in its own, unused, when their pumps have replaced it. For processes whose threads allocate now and then
+// only: they wait for one another while they do. To be called first thing in main, before any thread exists.
+void ShareOneHeap();
 
 }  // namespace Platform

@@ -1,5 +1,6 @@
 #include "Platform/Memory.h"
 
+#include <malloc.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -16,6 +17,10 @@ bool LockMemory(const void* data, u64 size) {
 
 void UnlockMemory(const void* data, u64 size) {
     if (size != 0) ::munlock(data, size);
+}
+
+void ShareOneHeap() {
+    ::mallopt(M_ARENA_MAX, 1);
 }
 
 }  // namespace Platform

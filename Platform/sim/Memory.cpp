@@ -38,4 +38,7 @@ void UnlockMemory(const void* data, u64) {
     Sim::CurrentWorld().memory.Unlock(data);
 }
 
+// The heap is that of the program around the simulation.
+void ShareOneHeap() {}
+
 }  // namespace Platform

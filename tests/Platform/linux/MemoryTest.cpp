@@ -1,12 +1,18 @@
 #include "Platform/Memory.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <latch>
 #include <memory>
 #include <string>
+#include <vector>
+
+#include "Platform/Thread.h"
 
 namespace Platform {
 namespace {
@@ -65,6 +71,46 @@ TEST(Memory, NoBytesAndBytesThatAreNotThereCannotBeLocked) {
     if (kRealLocks) {
         EXPECT_FALSE(LockMemory(nullptr, PageSize()));
     }
+}
+
+// How many heaps the C library keeps, by its own account of them.
+u64 Heaps() {
+    char* text = nullptr;
+    std::size_t length = 0;
+    std::FILE* const stream = ::open_memstream(&text, &length);
+    ::malloc_info(0, stream);
+    std::fclose(stream);
+    const std::string account(text, length);
+    std::free(text);
+    u64 count = 0;
+    for (auto at = account.find("<heap nr="); at != std::string::npos; at = account.find("<heap nr=", at + 1)) ++count;
+    return count;
+}
+
+// Heaps after eight threads have allocated at once.
+u64 HeapsOfThreads() {
+    std::latch allAllocated(8);
+    std::vector<Thread> threads;
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back("allocator", [&] {
+            const std::vector<u8> held(8192, 1);
+            allAllocated.arrive_and_wait();
+        });
+    }
+    for (Thread& thread : threads) thread.Join();
+    return Heaps();
+}
+
+// The first files of 5,000 feeds were opened by the thread that builds the feeds, all later ones by their pumps. With a
+// heap for each few threads the read buffers of the first ones, 16 KiB a feed, were never used again. In a process of
+// its own, since heaps that are there stay.
+TEST(Memory, OneHeapServesAllThreadsOnceItIsAskedFor) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto allocate = [] {
+        ShareOneHeap();
+        std::exit(static_cast<int>(HeapsOfThreads()));
+    };
+    EXPECT_EXIT(allocate(), testing::ExitedWithCode(1), "");
 }
 
 }  // namespace

@@ -39,5 +39,8 @@ std::string ProgramFolder();
 // beyond which the system ends it by the signal TimeLimitSignal(). It can't be taken back. False with the system error.
 bool LimitThisProcess(u64 memoryBytes, u32 processorSeconds, SystemError& error);
 i32 TimeLimitSignal();
+// Whether a process that this signal has ended was at fault itself, as by a wrong address. Otherwise somebody else
+// ended it, or the system did for want of memory.
+bool IsFaultSignal(i32 signal);
 
 }  // namespace Platform

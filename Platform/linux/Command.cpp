@@ -140,4 +140,19 @@ i32 TimeLimitSignal() {
     return SIGXCPU;
 }
 
+bool IsFaultSignal(i32 signal) {
+    switch (signal) {
+        case SIGABRT:
+        case SIGBUS:
+        case SIGFPE:
+        case SIGILL:
+        case SIGSEGV:
+        case SIGSYS:
+        case SIGTRAP:
+            return true;
+        default:
+            return false;
+    }
+}
+
 }  // namespace Platform

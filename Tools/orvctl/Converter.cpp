@@ -15,18 +15,16 @@ namespace {
 using nlohmann::json;
 
 constexpr u32 kPollMs = 50;
-// Beyond its processor time: what a disk may take.
-constexpr u64 kMoreWallSeconds = 60;
 
 // One line of the converter's; what is no such line says nothing.
-void TakeLine(const std::string& line, Converted& result, bool& ended, const std::function<void(double)>& progress) {
+void TakeLine(const std::string& line, Converted& result, bool& answered, const std::function<void(double)>& progress) {
     const json message = json::parse(line, nullptr, false);
     if (!message.is_object()) return;
     try {
         if (message.contains(ConvertProtocol::Progress)) progress(message[ConvertProtocol::Progress].get<double>());
         if (message.contains(ConvertProtocol::Refused)) {
             result.refusal = message[ConvertProtocol::Refused].get<std::string>();
-            ended = true;
+            answered = true;
         }
         if (!message.contains(ConvertProtocol::Done)) return;
         const json& done = message[ConvertProtocol::Done];
@@ -37,10 +35,10 @@ void TakeLine(const std::string& line, Converted& result, bool& ended, const std
         result.factor = done.at("factor").get<double>();
         result.notes = done.at("notes").get<std::vector<std::string>>();
         if (!done.at("lufs").is_null()) result.lufs = done.at("lufs").get<double>();
-        ended = true;
+        answered = true;
     } catch (const json::exception&) {
         result.refusal = "orv-convert gave an answer that is not understood; is it of this version?";
-        ended = true;
+        answered = true;
     }
 }
 
@@ -49,8 +47,12 @@ std::string HowItEnded(const Platform::CommandEnd& end, const ConvertSettings& s
         return "takes more than the " + std::to_string(settings.seconds) +
                " s of processor time that it may have (--time-limit)";
     }
-    if (end.signal != 0) {
+    if (Platform::IsFaultSignal(end.signal)) {
         return "broke the decoder (signal " + std::to_string(end.signal) + "); it is damaged, or made to do so";
+    }
+    if (end.signal != 0) {
+        return "was not converted: somebody ended orv-convert, or the system did for want of memory (signal " +
+               std::to_string(end.signal) + "); import it again";
     }
     return "could not be converted: orv-convert ended with code " + std::to_string(end.exitCode);
 }
@@ -73,30 +75,39 @@ Converted ConvertFile(const std::string& input, const std::string& output, const
             "could not be converted: " + settings.program + " cannot be started, " + Platform::SystemErrorText(error);
         return result;
     }
-    const u64 deadline = Platform::SteadyMilliseconds() + (settings.seconds + kMoreWallSeconds) * 1000;
-    std::string text;
-    bool ended = false;
-    for (;;) {
+    const u64 seconds = u64{settings.seconds} + settings.spareSeconds;
+    const u64 deadline = Platform::SteadyMilliseconds() + seconds * 1000;
+    // Whether it is to be waited for no longer, with the reason.
+    const auto givenUp = [&] {
         if (stop.load(std::memory_order_relaxed)) {
             result.refusal = "was not converted: stopped";
-            return result;
+        } else if (Platform::SteadyMilliseconds() > deadline) {
+            result.refusal =
+                "could not be converted within " + std::to_string(seconds) + " s; look at the disk that it lies on";
+        } else {
+            return false;
         }
-        if (Platform::SteadyMilliseconds() > deadline) {
-            result.refusal = "takes too long to read; is its disk there?";
-            return result;
-        }
+        return true;
+    };
+    std::string text;
+    bool answered = false;
+    for (;;) {
+        if (givenUp()) return result;
         char bytes[4096];
         u64 taken = 0;
         const auto outcome = process->Output().Read(bytes, sizeof bytes, kPollMs, taken, error);
         if (outcome == Platform::IInputStream::Outcome::End) break;
         text.append(bytes, taken);
         for (std::size_t end; (end = text.find('\n')) != std::string::npos; text.erase(0, end + 1)) {
-            TakeLine(text.substr(0, end), result, ended, progress);
+            TakeLine(text.substr(0, end), result, answered, progress);
         }
     }
     Platform::CommandEnd end{};
-    while (!process->Ended(end)) Platform::SleepMilliseconds(1);
-    if (!ended || (end.exitCode != 0 && result.refusal.empty())) result.refusal = HowItEnded(end, settings);
+    while (!process->Ended(end)) {
+        if (givenUp()) return result;
+        Platform::SleepMilliseconds(1);
+    }
+    if (!answered || (end.exitCode != 0 && result.refusal.empty())) result.refusal = HowItEnded(end, settings);
     return result;
 }
 

@@ -16,6 +16,7 @@ struct ConvertSettings {
     std::optional<double> lufs;  // none: the level stays
     u32 megabytes = 1024;
     u32 seconds = 300;
+    u32 spareSeconds = 60;  // beyond its processor time: what a disk may take
 };
 
 struct Converted {

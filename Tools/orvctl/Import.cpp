@@ -241,15 +241,17 @@ void ImportFiles(const CommandContext& context, const ImportOptions& options) {
     if (!options.announcement.empty() && options.files.size() != 1) {
         throw ToolError(ExitCode::BadCommandLine, "An announcement has one file");
     }
+    // Before the connection starts threads, on which a stop signal would end the process with a file half made.
+    Platform::PrepareProcess();
+    std::atomic<bool> stop{false};
+    const Platform::ForegroundStop onSignal([&stop] { stop.store(true, std::memory_order_relaxed); });
+
     ConvertSettings settings{FindConverter(), std::nullopt, options.memoryLimit, options.timeLimit};
     if (!options.keepLoudness) settings.lufs = options.lufs;
     bool preloads = false;
     ImportTarget target = FindTargetFolder(context, options, preloads);
     MakeFolder(target.folder, !options.feed.empty());
 
-    Platform::PrepareProcess();
-    std::atomic<bool> stop{false};
-    const Platform::ForegroundStop onSignal([&stop] { stop.store(true, std::memory_order_relaxed); });
     Importer importer(target, options, settings, stop);
     std::vector<Imported> outcomes;
     {

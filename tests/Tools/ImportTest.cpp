@@ -28,6 +28,22 @@ protected:
         EXPECT_EQ(result.exitCode, 0) << result.error;
         return folder_ / name;
     }
+    // 116 minutes of silence, which take no room on the disk.
+    std::string MakeLongFile() const {
+        const std::string file = folder_ / "long.wav";
+        constexpr std::uint32_t kData = 7000u * 96000u * 4u;
+        std::string header(
+            "RIFF\0\0\0\0WAVEfmt \x10\0\0\0\x01\0\x02\0\0\x77\x01\0\0\xDC\x05\0\x04\0\x10\0"
+            "data\0\0\0\0",
+            44);
+        for (std::size_t i = 0; i < 4; ++i) {
+            header[4 + i] = static_cast<char>((kData + 36) >> (8 * i));
+            header[40 + i] = static_cast<char>(kData >> (8 * i));
+        }
+        WriteFileText(file, header);
+        fs::resize_file(file, 44 + std::uintmax_t{kData});
+        return file;
+    }
     static std::string Probe(const std::string& path) {
         return OrvTest::Run({"/usr/bin/ffprobe", "-v", "error", "-show_entries",
                              "stream=codec_name,sample_rate,channels,duration", "-of", "csv=p=0", path})
@@ -122,25 +138,49 @@ TEST_F(Import, AFileOfTheSameNameIsReplacedOnlyOnRequestAndWhateverItsCase) {
 }
 
 TEST_F(Import, TheLimitsOnMemoryAndTimeHoldAndNothingIsLeftBehind) {
-    // 116 minutes of silence, which take no room on the disk.
-    const std::string file = folder_ / "long.wav";
-    constexpr std::uint32_t kData = 7000u * 96000u * 4u;
-    std::string header(
-        "RIFF\0\0\0\0WAVEfmt \x10\0\0\0\x01\0\x02\0\0\x77\x01\0\0\xDC\x05\0\x04\0\x10\0"
-        "data\0\0\0\0",
-        44);
-    for (std::size_t i = 0; i < 4; ++i) {
-        header[4 + i] = static_cast<char>((kData + 36) >> (8 * i));
-        header[40 + i] = static_cast<char>(kData >> (8 * i));
-    }
-    WriteFileText(file, header);
-    fs::resize_file(file, 44 + std::uintmax_t{kData});
+    const std::string file = MakeLongFile();
     const RunResult memory = Ctl({"import", file, "--feed", "hold", "--memory-limit", "40"});
     EXPECT_EQ(memory.exitCode, 9) << memory.output;
     EXPECT_NE(memory.output.find("needs more than the 40 MB of memory"), std::string::npos) << memory.output;
     const RunResult time = Ctl({"import", file, "--feed", "hold", "--time-limit", "1"});
     EXPECT_EQ(time.exitCode, 9) << time.output;
     EXPECT_NE(time.output.find("takes more than the 1 s of processor time"), std::string::npos) << time.output;
+    EXPECT_EQ(Folder(), std::vector<std::string>{});
+}
+
+// With a converter in front of the real one that ends in the middle of its output, as one does that breaks.
+TEST_F(Import, AConverterThatBreaksIsToldLeavesNothingBehindAndTheOthersComeIn) {
+    const std::string good = Make("good.flac", kNoise, {});
+    const std::string bad = Make("bad.flac", kNoise, {});
+    fs::create_directory(folder_ / "bin");
+    fs::copy_file(OrvctlProgram, folder_ / "bin/orvctl");
+    WriteFileText(folder_ / "bin/orv-convert",
+                  "#!/bin/sh\nfor output; do :; done\ncase $* in\n*bad.flac*)\n  head -c 5000 /dev/zero >\"$output\"\n"
+                  "  ls -A \"${output%/*}\" >'" +
+                      (folder_ / "half") + "'\n  kill -SEGV $$\nesac\nexec '" + ORV_BIN_FOLDER +
+                      "/orv-convert' \"$@\"\n");
+    fs::permissions(folder_ / "bin/orv-convert", fs::perms(0755));
+    const RunResult result =
+        OrvTest::Run({folder_ / "bin/orvctl", "-c", settings_, "import", bad, good, "--feed", "hold"});
+    EXPECT_EQ(result.exitCode, 9) << result.error;
+    EXPECT_NE(result.output.find("broke the decoder (signal 11)"), std::string::npos) << result.output;
+    EXPECT_NE(ReadFileText(folder_ / "half").find(".bad.wav.new"), std::string::npos) << "half of it was there";
+    EXPECT_EQ(Folder(), (std::vector<std::string>{"good.wav"}));
+}
+
+// The signal met a thread of the connection and ended orvctl at once; its converter went on alone, and left its file.
+TEST_F(Import, CtrlCEndsItAndLeavesNothingBehind) {
+    const std::string file = MakeLongFile();
+    ProcessOptions options;
+    options.command = {OrvctlProgram, "-c", settings_, "import", file, "--feed", "hold"};
+    options.outputFile = folder_ / "said";
+    Process importing(options);
+    const std::string id = std::to_string(importing.Pid());
+    ASSERT_TRUE(Eventually([&] { return !ReadFileText("/proc/" + id + "/task/" + id + "/children").empty(); }));
+    importing.Signal(SIGINT);
+    ASSERT_TRUE(importing.WaitFor(20000));
+    EXPECT_EQ(importing.ExitCode(), 9);
+    EXPECT_NE(ReadFileText(options.outputFile).find("was not converted: stopped"), std::string::npos);
     EXPECT_EQ(Folder(), std::vector<std::string>{});
 }
 

@@ -5,6 +5,8 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <cstdlib>
+
 namespace Platform {
 namespace {
 
@@ -18,6 +20,14 @@ int Descriptor(StandardStream stream) {
             break;
     }
     return STDERR_FILENO;
+}
+
+winsize TerminalSize() {
+    for (const int fd : {STDERR_FILENO, STDOUT_FILENO}) {
+        winsize size{};
+        if (::ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 && size.ws_row > 0) return size;
+    }
+    return {24, 80, 0, 0};
 }
 
 void WriteAll(int fd, const std::string& text) {
@@ -36,11 +46,17 @@ bool IsTerminal(StandardStream stream) {
 }
 
 u32 TerminalWidth() {
-    for (const int fd : {STDERR_FILENO, STDOUT_FILENO}) {
-        winsize size{};
-        if (::ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
-    }
-    return 80;
+    return TerminalSize().ws_col;
+}
+
+u32 TerminalHeight() {
+    return TerminalSize().ws_row;
+}
+
+bool ShowsColours(StandardStream stream) {
+    const char* none = std::getenv("NO_COLOR");
+    const char* name = std::getenv("TERM");
+    return IsTerminal(stream) && (none == nullptr || *none == '\0') && name != nullptr && std::string(name) != "dumb";
 }
 
 bool ReadPassword(const std::string& prompt, std::string& password) {

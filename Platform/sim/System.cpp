@@ -20,6 +20,15 @@ u32 TerminalWidth() {
     return kColumnsWithoutTerminal;
 }
 
+u32 TerminalHeight() {
+    constexpr u32 kRowsWithoutTerminal = 24;
+    return kRowsWithoutTerminal;
+}
+
+bool ShowsColours(StandardStream) {
+    return false;
+}
+
 bool ReadPassword(const std::string&, std::string&) {
     return false;
 }

@@ -62,6 +62,13 @@ ServiceView LookAtService(const ConnectionOptions& options) {
     return view;
 }
 
+// The terminal as it is at this moment, and whatever else takes all of it as it is.
+Screen OutputScreen() {
+    constexpr auto kOutput = Platform::StandardStream::Output;
+    if (!Platform::IsTerminal(kOutput)) return {};
+    return {Platform::TerminalWidth(), Platform::TerminalHeight(), Platform::ShowsColours(kOutput)};
+}
+
 }  // namespace
 
 ServiceSettings ReadServiceSettings(const ConnectionOptions& options) {
@@ -115,9 +122,10 @@ void ShowStatus(const CommandContext& context) {
             if (service.state.is_null()) json["service_reason"] = TextToJson(service.reason);
             return PrintJson(json);
         }
-        const u32 width = Platform::IsTerminal(Platform::StandardStream::Output) ? Platform::TerminalWidth() : 0;
+        Screen screen = OutputScreen();
+        screen.height = 0;
         Print(text + (text.empty() ? "" : "\n") +
-              (service.state.is_null() ? service.reason + ".\n" : StateText(service.state, width)));
+              (service.state.is_null() ? service.reason + ".\n" : StateText(service.state, screen)));
     };
     ConfigStatus config;
     try {
@@ -140,7 +148,7 @@ void WatchStatus(const CommandContext& context) {
         std::string reason;
         std::string text;
         if (FetchState(settings.statusPath, state, reason)) {
-            text = StateText(state, terminal ? Platform::TerminalWidth() : 0);
+            text = StateText(state, OutputScreen());
         } else {
             text = "The audio feed service does not answer on " + settings.statusPath + ": " + reason + "\n";
         }

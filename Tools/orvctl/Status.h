@@ -27,9 +27,15 @@ ServiceSettings ReadServiceSettings(const ConnectionOptions& options);
 // The state that the service tells on a path. False with why not.
 bool FetchState(const std::string& path, Json& state, std::string& reason);
 
-// The state for people: one line about the service, a table of the feeds with a bar for each level, and what could not
-// be played. Lines are cut at `width` characters; 0: not at all.
-std::string StateText(const Json& state, u32 width);
+// Where it is shown.
+struct Screen {
+    u32 width = 0;   // lines are cut at so many characters; 0: not at all
+    u32 height = 0;  // of so many lines the last stays free, and feeds for which there is no room are counted; 0: all
+    bool colours = false;
+};
+// The state for people: two lines about the service, a table of the feeds with a bar for each level, and what could not
+// be played.
+std::string StateText(const Json& state, const Screen& screen);
 
 // The Configuration service's own status.
 struct ConfigStatus {

@@ -1,6 +1,7 @@
 #include "Tools/orv-listen/Listener.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -25,6 +26,20 @@ constexpr u32 TickMs = 20;  // how often silence is looked for while following
 constexpr u32 FirstRetryMs = 100;
 constexpr u32 LastRetryMs = 2000;
 constexpr u32 LossReportMs = 1000;
+
+// What to do about a feed that cannot be connected to.
+const char* Remedy(Platform::SystemError error) {
+    switch (error) {
+        case EACCES:
+            return "Become a member of the group that owns the folder of the pipes, as root with 'adduser USER "
+                   "orv-audio', and log in anew; a media server is restarted.";
+        case ECONNREFUSED:
+            return "What stands there is what a killed service has left. Start the service.";
+        default:
+            return "Is the service running, and is there a feed with that pipe name? 'orvctl feed list' shows them; "
+                   "--pipe-folder names another folder, --config another service's settings file; --follow waits.";
+    }
+}
 
 // Tells on standard error, at most once a second, how much sound the output has cost.
 class LossReport {
@@ -97,6 +112,7 @@ public:
                 if (!told) {
                     std::fprintf(stderr, "orv-listen: waiting for the feed '%s' (%s)\n", options_.name.c_str(),
                                  Platform::SystemErrorText(error).c_str());
+                    if (error == EACCES) std::fprintf(stderr, "%s\n", Remedy(error));
                 }
                 told = true;
                 Wait(retry);
@@ -135,13 +151,9 @@ private:
 
     i32 TellNoFeed(Platform::SystemError error) const {
         const std::string file = Platform::PipeFolder() + "/" + Platform::PipeFileName(options_.name);
-        std::fprintf(
-            stderr,
-            "orv-listen: nobody serves the feed '%s': %s (%s).\n"
-            "Is the service running, and is there a feed with that pipe name? "
-            "'orvctl feed list' shows them; --pipe-folder names another folder, --config another service's settings "
-            "file; --follow waits.\n",
-            options_.name.c_str(), Platform::SystemErrorText(error).c_str(), file.c_str());
+        std::fprintf(stderr, "orv-listen: %s the feed '%s': %s (%s).\n%s\n",
+                     error == EACCES ? "you may not listen to" : "nobody serves", options_.name.c_str(),
+                     Platform::SystemErrorText(error).c_str(), file.c_str(), Remedy(error));
         return ListenNoFeed;
     }
 

@@ -1,6 +1,10 @@
 // orv-listen as a real process on a real pipe that the test serves.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <filesystem>
 
 #include "Platform/NamedPipe.h"
 #include "tests/support/Process.h"
@@ -91,6 +95,41 @@ TEST_F(ListenProgram, AMissingFeedIsSaidWithWhatToDo) {
     const std::string said = ReadFileText(folder_ / "err");
     EXPECT_NE(said.find("nobody serves the feed 'feed': No such file or directory"), std::string::npos) << said;
     EXPECT_NE(said.find("orvctl feed list"), std::string::npos) << said;
+}
+
+// Who did not belong to the group of the pipes was asked whether the service runs.
+TEST_F(ListenProgram, WhoMayNotConnectIsToldOfTheGroup) {
+    namespace fs = std::filesystem;
+    Prepare();
+    fs::permissions(folder_.Path(), fs::perms(0755));
+    fs::permissions(folder_ / "p", fs::perms(0));
+    fs::copy_file(ORV_LISTEN, folder_ / "orv-listen");
+    for (const bool follows : {false, true}) {
+        std::vector<std::string> command = {folder_ / "orv-listen", "feed", "--pipe-folder", folder_ / "p"};
+        if (follows) command.insert(command.end(), {"--follow", "--seconds", "0.1"});
+        if (::geteuid() == 0) {
+            command.insert(command.begin(), {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
+        }
+        const RunResult result = OrvTest::Run(command);
+        EXPECT_EQ(result.exitCode, follows ? 0 : 3);
+        EXPECT_NE(result.error.find("Permission denied"), std::string::npos) << result.error;
+        EXPECT_NE(result.error.find("adduser USER orv-audio"), std::string::npos) << result.error;
+        EXPECT_EQ(result.error.find("Is the service running"), std::string::npos) << result.error;
+    }
+    fs::permissions(folder_ / "p", fs::perms(0755));
+}
+
+TEST_F(ListenProgram, ASocketThatAKilledServiceHasLeftIsSaid) {
+    const int left = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    ASSERT_TRUE(std::filesystem::create_directory(folder_ / "p"));
+    (folder_ / "p/feed").copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(::bind(left, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ::close(left);
+    const RunResult result = OrvTest::Run({ORV_LISTEN, "feed", "--pipe-folder", folder_ / "p"});
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_NE(result.error.find("Start the service"), std::string::npos) << result.error;
 }
 
 TEST_F(ListenProgram, TheServicesSettingsFileNamesTheFolderOfThePipes) {

@@ -74,7 +74,8 @@ int main(int argc, char** argv) {
     app.add_option("output", options.output, "The WAV file, which must not exist")->required();
     auto* level = app.add_option("--lufs", options.lufs, "Bring it to this loudness")->check(CLI::Range(-70.0, 0.0));
     app.add_option("--memory", options.megabytes, "Megabytes that it may hold")->required();
-    app.add_option("--seconds", options.seconds, "Processor time that it may use")->required();
+    app.add_option("--seconds", options.seconds, "Seconds of processor time that it may use")->required();
+    app.footer("Exit codes: 0 done, 1 refused, 2 bad command line.");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -102,7 +102,10 @@ void OrvctlCommandLine::DescribeConnection(CLI::App& app) {
 }
 
 void OrvctlCommandLine::DescribeRows(CLI::App& app, const TableWords& words) {
-    CLI::App* table = app.add_subcommand(words.noun, std::string("List, show, add, set and remove ") + words.plural);
+    const bool rebuilds = words.table.index == AudioFeed;
+    CLI::App* table = app.add_subcommand(
+        words.noun, (rebuilds ? "List, show, add, set, rebuild and remove " : "List, show, add, set and remove ") +
+                        std::string(words.plural));
     table->require_subcommand(1, 1);
     const auto on_key = [this, &words, table](const char* name, const std::string& description, auto run) {
         CLI::App* command = table->add_subcommand(name, description);
@@ -118,7 +121,7 @@ void OrvctlCommandLine::DescribeRows(CLI::App& app, const TableWords& words) {
     const bool makes = words.table.index == Parameter;
     DescribeRowChange(*table, words, makes ? Action::Put : Action::Set, "set",
                       makes ? "Set a parameter, new or not" : "Change columns of " + Article(words));
-    if (words.table.index == AudioFeed) {
+    if (rebuilds) {
         on_key("rebuild", "End it and build it anew from its row: its clients have to connect again", [this, &words] {
             ChangeRow(context_, words, Action::Rebuild, {key_, {}, {}});
         });
@@ -186,35 +189,32 @@ void OrvctlCommandLine::DescribeSetup(CLI::App& app) {
 }
 
 void OrvctlCommandLine::DescribeImport(CLI::App& app) {
-    CLI::App* import = app.add_subcommand(
+    CLI::App* command = app.add_subcommand(
         "import", "Bring sound files (WAV, FLAC, Ogg, Opus, MP3; mono or stereo) into the folder of a feed");
-    import->add_option("files", import_.files, "The sound files")->required();
-    CLI::Option* feed = import->add_option("--feed", import_.feed, "The feed that is to play them")->type_name("NAME");
-    import->add_option("--announcement", import_.announcement, "The announcement that is to play it")
+    command->add_option("files", import_.files, "The sound files")->required();
+    CLI::Option* feed = command->add_option("--feed", import_.feed, "The feed that is to play them")->type_name("NAME");
+    command->add_option("--announcement", import_.announcement, "The announcement that is to play it")
         ->type_name("NAME")
         ->excludes(feed);
-    CLI::Option* lufs = import->add_option("--loudness", import_.lufs, "Loudness to bring them to, in LUFS")
+    CLI::Option* lufs = command->add_option("--loudness", import_.lufs, "Loudness to bring them to, in LUFS")
                             ->check(CLI::Range(-40.0, -10.0))
                             ->type_name("N")
                             ->capture_default_str();
-    import->add_flag("--no-loudness", import_.keepLoudness, "Keep them as loud as they are")->excludes(lufs);
-    import->add_flag("--replace", import_.replace, "Replace files of the same name");
-    import
+    command->add_flag("--no-loudness", import_.keepLoudness, "Keep them as loud as they are")->excludes(lufs);
+    command->add_flag("--replace", import_.replace, "Replace files of the same name");
+    command
         ->add_option("--prompts", import_.prompts, "Root of the prompts, if it is not where the service's settings say")
         ->type_name("DIR");
-    import->add_option("--memory-limit", import_.memoryLimit, "Megabytes that the conversion of a file may take")
+    command->add_option("--memory-limit", import_.memoryLimit, "Megabytes that the conversion of a file may take")
         ->check(CLI::Range(16, 65536))
         ->type_name("N")
         ->capture_default_str();
-    import->add_option("--time-limit", import_.timeLimit, "Seconds of processor time for a file")
+    command->add_option("--time-limit", import_.timeLimit, "Seconds of processor time for a file")
         ->check(CLI::Range(1, 86400))
         ->type_name("N")
         ->capture_default_str();
-    import->callback([this] { command_ = [this] { ImportFiles(context_, import_);
-};
-}  // namespace Orv
-);
-import->footer(kExitCodes);
+    command->callback([this] { command_ = [this] { ImportFiles(context_, import_); }; });
+    command->footer(kExitCodes);
 }
 
 void OrvctlCommandLine::DescribeUsers(CLI::App& app) {

@@ -58,6 +58,7 @@ public:
     }
 
     i64 Write(const void* data, u64 size, u64 deadline) override {
+        if (table_->observer != nullptr) table_->observer->OnWriting(server_->name, id_);
         const i64 taken = WaitAndPut(data, size, deadline);
         if (table_->observer != nullptr) {
             table_->observer->OnWrite(server_->name, id_, static_cast<const u8*>(data), taken);
@@ -127,9 +128,11 @@ public:
     SimPipeEndpoint(std::shared_ptr<SimPipeTable> table, std::string name)
         : table_(std::move(table)), name_(std::move(name)) {
         ++table_->counters.endpointsAlive;
+        if (table_->observer != nullptr) table_->observer->OnEndpoint(name_);
     }
 
     ~SimPipeEndpoint() override {
+        if (table_->observer != nullptr) table_->observer->OnEndpointGone(name_);
         --table_->counters.endpointsAlive;
         if (server_ != nullptr) table_->Close(*server_);
     }

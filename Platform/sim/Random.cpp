@@ -22,7 +22,9 @@ void SeedThreadRand(u32 seed) noexcept {
 }
 
 i32 ThreadRand() noexcept {
-    return static_cast<i32>(Sim::CurrentFiber().rand());
+    const i32 value = static_cast<i32>(Sim::CurrentFiber().rand());
+    Sim::Random().TellDraw(value);
+    return value;
 }
 
 }  // namespace Platform

@@ -12,15 +12,20 @@
 
 namespace Platform::Sim {
 
-// Is told what servers do at their pipes, on their threads, right after it has happened. May sleep, which
-// makes the operation slow. Must not use pipes.
+// Is told what servers do at their pipes, on their threads, right after it has happened if nothing else is said. May
+// sleep, which makes the operation slow, but where an endpoint is made or goes. Must not use pipes.
 class PipeObserver {
 public:
     virtual ~PipeObserver() = default;
+    // The server's side of a name has been made; it is about to go, and the name with it.
+    virtual void OnEndpoint(const std::string& /*name*/) {}
+    virtual void OnEndpointGone(const std::string& /*name*/) {}
     // A try to open an instance; id 0 when it failed.
     virtual void OnInstance(const std::string& name, PipeId id) = 0;
     // A look for a client, with the client's id if there is one, otherwise 0.
     virtual void OnPoll(const std::string& name, PipeId id, ConnectState state, PipeId client) = 0;
+    // A write that begins.
+    virtual void OnWriting(const std::string& /*name*/, PipeId /*id*/) {}
     // A write that has come back: the bytes taken, 0 when its time was over, or -1.
     virtual void OnWrite(const std::string& name, PipeId id, const u8* data, i64 taken) = 0;
 };

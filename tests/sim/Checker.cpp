@@ -32,6 +32,13 @@ u32 Checker::Draws::Next() {
 
 Checker::Checker(ModelWorld& world, u64 seed) : world_(world), draws_(world, seed) {}
 
+// From here on the end is near: feeds go, and changes need not come any more.
+void Checker::OnStop() {
+    stopping_ = true;
+    if (world_.levels.Shows(" Info")) return;
+    for (const auto& [serial, feed] : feeds_) feed->StopUntold();
+}
+
 Checker::~Checker() = default;
 
 void Checker::Mix(const void* data, u64 count) {
@@ -85,15 +92,29 @@ void Checker::OnLine(std::string_view line) {
               std::string(line.substr(wordEnd + 1, sourceEnd - wordEnd - 1)), line.substr(text + 2));
 }
 
+// Threads that race may still write by the level that was, or already by the one that comes.
+bool Checker::MayShow(const std::string& word, bool ofEngine) const {
+    const auto shows = [&](const LogLevels& levels) {
+        return ofEngine ? levels.ShowsOfEngine(word) : levels.Shows(word);
+    };
+    return shows(world_.levels) || (!world_.exact && otherLevelsAt_ == ModelWorld::Now() && shows(otherLevels_));
+}
+
 void Checker::OnMessage(u64 thread, const std::string& word, const std::string& source, std::string_view text) {
-    if (text.starts_with("VoIPFileEngine/")) {
+    const bool ofEngine = text.starts_with("VoIPFileEngine/");
+    if (reloaded_ && !MayShow(word, ofEngine)) {
+        world_.Fail("a line above the level " + std::to_string(world_.levels.Level()) + ": " + word + "|" +
+                    std::string(text));
+    }
+    if (ofEngine) {
         OnEngineLine(thread, word, text);
     } else if (text.starts_with("Channel ")) {
         OnFeedLine(thread, word, text);
-    } else if (text.starts_with("Shutdown channel ") || text.starts_with("Creating channel ")) {
-        OnManagerLine(std::string(text));
     } else if (text.starts_with("Change log verbosity to ") && !reloaded_) {
         Reload();
+    } else if (text.starts_with("Shutdown channel ") || text.starts_with("Creating channel ") ||
+               text.starts_with("Change log verbosity to ")) {
+        OnManagerLine(std::string(text));
     } else if (source == "OrvAudioFeeder" && text.starts_with("[")) {
         seen_.insert(std::string(text.substr(0, 12)));
         if (text.starts_with("[EC000001]") && !linkLost_) world_.Fail("a loss of the connection that was none");
@@ -106,31 +127,17 @@ void Checker::OnEngineLine(u64 thread, const std::string& word, std::string_view
     const std::size_t end = text.find(") ");
     if (end == std::string_view::npos) return;
     text.remove_prefix(end + 2);
-    if (text.starts_with("Provided (")) {
-        OnProvided(text);
-    } else if (text.starts_with("Added chunk, total=")) {
+    const std::string line = word + "|" + std::string(text);
+    if (text.starts_with("Provided (") || text.starts_with("Added chunk, ") ||
+        text.starts_with("Remove obsolete data: ")) {
         if (!world_.exact) return;
-        bool dropped = false;
-        const u64 count = world_.box.Deliver(dropped);
-        const u64 told = std::strtoull(text.data() + 19, nullptr, 10);
-        if (count != told) {
-            world_.Fail("a chunk for a listener with " + std::to_string(told) + " of " + std::to_string(count));
+        std::string wanted;
+        if (!world_.box.OnLine(line, ModelWorld::Now(), wanted)) {
+            world_.Fail("the default set's line \"" + line + "\" came for \"" + wanted + "\"");
         }
     } else if (text.starts_with("Zeroing out ") || text.starts_with("Not enough data:")) {
         const auto pump = byThread_.find(thread);
-        if (pump != byThread_.end()) pump->second->OnPumpLine(word + "|" + std::string(text));
-    }
-}
-
-void Checker::OnProvided(std::string_view text) {
-    if (!world_.exact) return;
-    world_.box.CatchUp(ModelWorld::Now(), true);
-    u64 consumers = 0;
-    const u64 told = std::strtoull(text.data() + 10, nullptr, 10);
-    if (!world_.box.Provide(consumers)) {
-        world_.Fail("a chunk of the default set that is not due");
-    } else if (consumers != told) {
-        world_.Fail("a chunk for " + std::to_string(told) + " listeners of " + std::to_string(consumers));
+        if (pump != byThread_.end()) pump->second->OnPumpLine(line);
     }
 }
 
@@ -141,31 +148,20 @@ void Checker::OnFeedLine(u64 thread, const std::string& word, std::string_view t
     if (close == std::string_view::npos || open == std::string_view::npos) return;
     const i32 instance = std::atoi(text.data() + open + 1);
     const std::string line = word + "|" + std::string(text.substr(close + 2));
-    auto found = feeds_.find(instance);
+    if (instanceOfNone_ < 0) instanceOfNone_ = instance - i64{lastSerial_};
+    const auto found = feeds_.find(static_cast<u32>(instance - instanceOfNone_));
     if (found == feeds_.end()) {
-        if (lastInstance_ != 0 && instance != lastInstance_ + 1) world_.Fail("an instance is left out");
-        lastInstance_ = instance;
-        if (builds_.empty()) {
-            world_.Fail("a feed is built that nobody asked for: " + std::string(text));
-            return;
-        }
-        auto feed = std::make_unique<FeedModel>(world_, builds_.front(), instance, thread);
-        builds_.pop_front();
-        const std::string prefix = "Channel " + feed->Name() + " as " + feed->Pipe() + "[";
-        if (!text.starts_with(prefix)) world_.Fail("another feed is built than " + prefix + ": " + std::string(text));
-        byPipe_[feed->Pipe()] = feed.get();
-        found = feeds_.emplace(instance, std::move(feed)).first;
+        world_.Fail("a line of a feed that is not there: " + std::string(text));
+        return;
     }
     FeedModel& feed = *found->second;
+    const std::string prefix = "Channel " + feed.Name() + " as " + feed.Pipe() + "[";
+    if (!text.starts_with(prefix)) world_.Fail("another feed's line than " + prefix + ": " + std::string(text));
     if (thread == feed.PumpThread()) {
         feed.OnPumpLine(line);
     } else {
         feed.OnOwnerLine(line);
     }
-    if (!feed.Ended()) return;
-    byThread_.erase(feed.PumpThread());
-    if (const auto at = byPipe_.find(feed.Pipe()); at != byPipe_.end() && at->second == &feed) byPipe_.erase(at);
-    feeds_.erase(found);
 }
 
 void Checker::OnManagerLine(const std::string& line) {
@@ -182,6 +178,29 @@ void Checker::OnManagerLine(const std::string& line) {
 FeedModel* Checker::FeedOn(const std::string& pipe) const {
     const auto found = byPipe_.find(pipe);
     return found == byPipe_.end() ? nullptr : found->second;
+}
+
+// A feed begins and ends with its pipe's endpoint, whether lines tell of it or not.
+void Checker::OnEndpoint(const std::string& name) {
+    if (building_ != nullptr) building_->EndBuild(true);
+    if (builds_.empty() || builds_.front().Text("pipename") != name) {
+        world_.Fail("a feed is built that nobody asked for, on \"" + name + "\"");
+        return;
+    }
+    auto feed = std::make_unique<FeedModel>(world_, builds_.front(), ++lastSerial_, Platform::CurrentThreadId());
+    builds_.pop_front();
+    building_ = byPipe_[name] = feed.get();
+    feeds_.emplace(lastSerial_, std::move(feed));
+}
+
+void Checker::OnEndpointGone(const std::string& name) {
+    FeedModel* feed = FeedOn(name);
+    if (feed == nullptr) return;
+    if (feed == building_) building_ = nullptr;
+    if (!feed->Destroyed() && world_.levels.Shows(" Info")) world_.Fail("the end of a feed is not told: " + name);
+    byThread_.erase(feed->PumpThread());
+    byPipe_.erase(name);
+    feeds_.erase(feed->Serial());
 }
 
 FeedModel* Checker::PumpOf(const std::string& pipe) {
@@ -208,6 +227,10 @@ void Checker::OnPoll(const std::string& name, Platform::PipeId id, Platform::Con
     if (FeedModel* feed = PumpOf(name)) feed->OnPoll(id, state, client);
 }
 
+void Checker::OnWriting(const std::string& name, Platform::PipeId) {
+    if (FeedModel* feed = PumpOf(name)) feed->OnWriting();
+}
+
 void Checker::OnWrite(const std::string& name, Platform::PipeId id, const u8* data, i64 taken) {
     FeedModel* feed = PumpOf(name);
     if (feed == nullptr) return;
@@ -231,9 +254,10 @@ void Checker::OnClientRead(Platform::PipeId client, const u8* data, u64 count) {
 }
 
 void Checker::CheckEnd() {
-    for (const auto& [instance, feed] : feeds_) {
-        world_.Fail("feed on \"" + feed->Pipe() + "\"[" + std::to_string(instance) + "] outlives the service");
+    for (const auto& [serial, feed] : feeds_) {
+        world_.Fail("feed number " + std::to_string(serial) + " on \"" + feed->Pipe() + "\" outlives the service");
     }
+    if (!world_.box.Missing().empty()) world_.Fail("a line of the default set never came: " + world_.box.Missing());
     if (!managerLines_.empty()) world_.Fail("this line never came: " + managerLines_.front());
     if (!builds_.empty()) world_.Fail("a feed was never built: " + builds_.front().Text("pipename"));
 }

@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -31,9 +32,12 @@ public:
 
     // --- what is seen
     void OnLogBytes(std::string_view bytes);
+    void OnEndpoint(const std::string& name) override;
+    void OnEndpointGone(const std::string& name) override;
     void OnInstance(const std::string& name, Platform::PipeId id) override;
     void OnPoll(const std::string& name, Platform::PipeId id, Platform::ConnectState state,
                 Platform::PipeId client) override;
+    void OnWriting(const std::string& name, Platform::PipeId id) override;
     void OnWrite(const std::string& name, Platform::PipeId id, const u8* data, i64 taken) override;
     void OnClientRead(Platform::PipeId client, const u8* data, u64 count);
     void OnClientLeft(Platform::PipeId client) { sent_.erase(client); }
@@ -43,7 +47,7 @@ public:
     void BeginChange(const std::string& table, const std::string& kind, i32 id, const Row& newRow, const Row& oldRow);
     void EndChange();
     // From here on the end is near: feeds go, and changes need not come any more.
-    void OnStop() { stopping_ = true; }
+    void OnStop();
     void OnLinkLost() { linkLost_ = true; }
 
     // --- what the driver asks
@@ -81,7 +85,9 @@ private:
     void OnEngineLine(u64 thread, const std::string& word, std::string_view text);
     void OnFeedLine(u64 thread, const std::string& word, std::string_view text);
     void OnManagerLine(const std::string& line);
-    void OnProvided(std::string_view text);
+    bool MayShow(const std::string& word, bool ofEngine) const;
+    void ExpectManagerLine(const std::string& line);
+    void SetLevel(const std::string& value);
     FeedModel* PumpOf(const std::string& pipe);
     void Reload();
     void ApplyFeed(bool deleted, const Row& newRow, const Row& oldRow);
@@ -100,11 +106,13 @@ private:
     bool stopping_ = false;
     bool linkLost_ = false;
 
-    std::map<i32, std::unique_ptr<FeedModel>> feeds_;  // by instance
+    std::map<u32, std::unique_ptr<FeedModel>> feeds_;  // by serial number
     std::map<std::string, FeedModel*> byPipe_;
     std::map<u64, FeedModel*> byThread_;
-    i32 lastInstance_ = 0;
-    std::deque<Row> builds_;  // that must come next
+    u32 lastSerial_ = 0;
+    FeedModel* building_ = nullptr;  // the one that was begun last
+    i64 instanceOfNone_ = -1;        // what is added to a serial number; known from the first line on
+    std::deque<Row> builds_;         // that must come next
     std::deque<std::string> managerLines_;
 
     std::map<Platform::PipeId, std::deque<u8>> sent_;  // on its way, by client
@@ -114,7 +122,10 @@ private:
     std::deque<ExpectedChange> expected_;
     bool changing_ = false;
     FeedModel* updating_ = nullptr;
-    std::vector<i32> leaving_;  // instances that must be gone when the change is over
+    std::vector<u32> leaving_;          // feeds that must be gone when the change is over
+    std::optional<std::string> level_;  // that the change brings
+    LogLevels otherLevels_;             // in force as well in the moment of a change of threads that race
+    u64 otherLevelsAt_ = 0;
     std::set<std::string> seen_;
 };
 

@@ -24,6 +24,10 @@ bool SameFeed(const Row& a, const Row& b) {
     return true;
 }
 
+i32 LevelOfText(const std::string& value) {
+    return !value.empty() && value[0] >= '0' && value[0] <= '5' ? value[0] - '0' : 1;
+}
+
 }  // namespace
 
 // A row that has gone before it was fetched is told to nobody.
@@ -43,6 +47,10 @@ void Checker::OnAnswer(const std::string& table, i32 id, const Row& row) {
 
 void Checker::Reload() {
     reloaded_ = true;
+    // The line that is being written is the last one of the level that was.
+    for (const auto& [id, row] : tables_["PARAMETER"]) {
+        if (row.Text("name") == "SYSTEMLOGGINGLEVEL") SetLevel(row.Text("value"));
+    }
     world_.box.Start(ModelWorld::Now());
     for (const auto& [id, row] : tables_["PARAMETER"]) ApplyParameter(row);
     for (const auto& [id, row] : tables_["ANNOUNCEMENT"]) world_.announcements[row.Text("thename")] = row;
@@ -89,12 +97,21 @@ void Checker::BeginChange(const std::string& table, const std::string& kind, i32
 
 void Checker::EndChange() {
     changing_ = false;
+    if (building_ != nullptr) building_->EndBuild(true);
+    building_ = nullptr;
+    if (level_) {
+        world_.box.CatchUp(ModelWorld::Now());
+        otherLevels_ = world_.levels;
+        otherLevelsAt_ = ModelWorld::Now();
+        SetLevel(*level_);
+        level_.reset();
+    }
     if (!managerLines_.empty()) world_.Fail("this line is missing: " + managerLines_.front());
     if (!builds_.empty()) world_.Fail("a feed was not built: " + builds_.front().Text("pipename"));
     if (updating_ != nullptr && world_.exact) updating_->EndUpdate();
     updating_ = nullptr;
-    for (const i32 instance : leaving_) {
-        if (feeds_.count(instance) != 0) world_.Fail("feed [" + std::to_string(instance) + "] outlives its change");
+    for (const u32 serial : leaving_) {
+        if (feeds_.count(serial) != 0) world_.Fail("feed number " + std::to_string(serial) + " outlives its change");
     }
     leaving_.clear();
 }
@@ -116,13 +133,16 @@ void Checker::ApplyFeed(bool deleted, const Row& newRow, const Row& oldRow) {
 }
 
 void Checker::ExpectEnd(const std::string& pipe) {
-    if (const FeedModel* feed = FeedOn(pipe)) leaving_.push_back(feed->Instance());
+    FeedModel* feed = FeedOn(pipe);
+    if (feed == nullptr) return;
+    leaving_.push_back(feed->Serial());
+    if (!world_.levels.Shows(" Info")) feed->StopUntold();
 }
 
 void Checker::ExpectRebuild(const Row& newRow, const Row& oldRow) {
-    if (oldRow.Has("idaudiofeed")) managerLines_.push_back("Shutdown channel " + oldRow.Text("pipename"));
-    if (newRow.Has("idaudiofeed")) managerLines_.push_back("Shutdown channel " + newRow.Text("pipename"));
-    if (newRow.Has("idaudiofeed")) managerLines_.push_back("Creating channel " + newRow.Text("pipename"));
+    if (oldRow.Has("idaudiofeed")) ExpectManagerLine("Shutdown channel " + oldRow.Text("pipename"));
+    if (newRow.Has("idaudiofeed")) ExpectManagerLine("Shutdown channel " + newRow.Text("pipename"));
+    if (newRow.Has("idaudiofeed")) ExpectManagerLine("Creating channel " + newRow.Text("pipename"));
     ExpectEnd(oldRow.Text("pipename"));
     ExpectEnd(newRow.Text("pipename"));
     builds_.push_back(newRow);
@@ -147,10 +167,21 @@ void Checker::ApplyParameter(const Row& row) {
     if (name == "AUDIO_PROVIDER_MAX_VOLUME") world_.global.limit = LevelOf(std::atoi(value.c_str()));
     if (name == "AUDIO_PROVIDER_ENABLE_AUTOGAIN") world_.global.autogain = value == "1";
     if (name == "IVRPROMPTPATH") world_.root = value;
-    if (name == "SYSTEMLOGGINGLEVEL") {
-        const bool digit = !value.empty() && value[0] >= '0' && value[0] <= '5';
-        world_.logLevel = digit ? value[0] - '0' : 1;
-    }
+    if (name != "SYSTEMLOGGINGLEVEL" || !changing_) return;
+    ++world_.counts.levelChanges;
+    level_ = value;
+    otherLevels_ = world_.levels;
+    otherLevels_.Set(LevelOfText(value));
+    otherLevelsAt_ = ModelWorld::Now();
+    ExpectManagerLine("Change log verbosity to " + std::to_string(LevelOfText(value)));
+}
+
+void Checker::SetLevel(const std::string& value) {
+    world_.levels.Set(LevelOfText(value));
+}
+
+void Checker::ExpectManagerLine(const std::string& line) {
+    if (world_.levels.Shows(" Info")) managerLines_.push_back(line);
 }
 
 }  // namespace OrvSim

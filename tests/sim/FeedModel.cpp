@@ -27,16 +27,17 @@ Level OwnLevel(const Row& row) {
 
 }  // namespace
 
-FeedModel::FeedModel(ModelWorld& world, const Row& row, i32 instance, u64 ownerThread)
+FeedModel::FeedModel(ModelWorld& world, const Row& row, u32 serial, u64 ownerThread)
     : world_(world),
       row_(row),
-      instance_(instance),
+      serial_(serial),
       pipe_(row.Text("pipename")),
       name_(row.Text("thename")),
       type_(row.Number("feedtype")),
       nonstop_(row.Number("nonstop") != 0),
       announces_(row.Number("playannouncements") != 0),
-      ownerThread_(ownerThread),
+      ownerScript_(world.levels),
+      pumpScript_(world.levels),
       own_(OwnLevel(row)),
       volume_(row.Has("maxvolume") ? own_ : world.global),
       set_(world.files, &world.box, kBlockSamples) {
@@ -46,7 +47,31 @@ FeedModel::FeedModel(ModelWorld& world, const Row& row, i32 instance, u64 ownerT
 }
 
 void FeedModel::Fail(const std::string& what) const {
-    world_.Fail("feed \"" + name_ + "\" on \"" + pipe_ + "\"[" + std::to_string(instance_) + "]: " + what);
+    world_.Fail("feed \"" + name_ + "\" on \"" + pipe_ + "\", number " + std::to_string(serial_) + ": " + what);
+}
+
+void FeedModel::SetPumpThread(u64 thread) {
+    pumpThread_ = thread;
+    if (noThread_) Fail("it has a pump, though no thread could be started");
+}
+
+void FeedModel::FinishLines(LineScript& script, const char* when) {
+    std::string missing;
+    if (!script.Finish(missing)) Fail(std::string("this line is missing ") + when + ": " + missing);
+}
+
+void FeedModel::EndBuild(bool whole) {
+    if (stage_ != Stage::Building) return;
+    if (world_.exact) FinishLines(ownerScript_, "when the pump is due");
+    ApplyStart();
+    if (world_.levels.Shows("Error")) {
+        if (whole) Fail("its start is not told");
+        return;
+    }
+    stage_ = Stage::Started;
+    if (pumpThread_ != 0 || world_.threadFailures == 0) return;
+    --world_.threadFailures;
+    noThread_ = true;
 }
 
 void FeedModel::BeginUpdate(const Row& row, u64 thread) {
@@ -55,7 +80,7 @@ void FeedModel::BeginUpdate(const Row& row, u64 thread) {
 }
 
 void FeedModel::EndUpdate() {
-    if (!ownerScript_.Empty()) Fail("an update is over, and this line is missing: " + ownerScript_.Missing());
+    FinishLines(ownerScript_, "when an update is over");
     ApplyStart();
 }
 
@@ -70,7 +95,7 @@ void FeedModel::OnOwnerLine(const std::string& line) {
         if (stage_ != Stage::Building) Fail("a second start");
         if (failed != (world_.threadFailures != 0)) Fail("the start of the pump is told as \"" + line + "\"");
         if (failed && world_.threadFailures != 0) --world_.threadFailures;
-        if (world_.exact && !ownerScript_.Empty()) Fail("started before this line: " + ownerScript_.Missing());
+        if (world_.exact) FinishLines(ownerScript_, "when it is started");
         ApplyStart();
         stage_ = Stage::Started;
         return;
@@ -116,7 +141,7 @@ void FeedModel::OnPoll(PipeId id, ConnectState state, PipeId client) {
 }
 
 void FeedModel::BeginPass() {
-    if (stage_ == Stage::Building) ApplyStart();  // the pump may be quicker than the line that tells of it
+    EndBuild(false);  // the pump may be quicker than the line that tells of it
     EndPass();
     inPass_ = true;
     instanceInPass_ = false;
@@ -126,7 +151,7 @@ void FeedModel::BeginPass() {
 void FeedModel::EndPass() {
     if (!inPass_) return;
     inPass_ = false;
-    if (!pumpScript_.Empty()) Fail("this line is missing: " + pumpScript_.Missing());
+    FinishLines(pumpScript_, "at the end of a pass");
     if (!block_) {
         ++world_.counts.naps;
         if (!stopping_ && Now() != passTime_ + 100 * kMillisecond) {
@@ -166,7 +191,7 @@ void FeedModel::Produce() {
     sounds_ = HasSet() && set_.Next(Now(), samples_, events, lines);
     for (const std::string& line : lines) {
         if (line.starts_with("Trace|Zeroing out") && line.back() == '.') ++world_.counts.lateReads;
-        pumpScript_.Expect(line);
+        if (world_.levels.ShowsOfEngine(line)) pumpScript_.Expect(line);
     }
     if (sounds_) {
         std::memcpy(input_, samples_, sizeof input_);
@@ -177,13 +202,18 @@ void FeedModel::Produce() {
         }
         volume_.Apply(samples_, kBlockSamples);
         i32 percent = 0;
-        if (volume_.Report(percent) && world_.logLevel >= 3) {
+        if (volume_.Report(percent)) {
             pumpScript_.Expect("Debug|Volume has been raised to " + std::to_string(percent) + "%");
         }
     } else {
         std::memset(samples_, 0, sizeof samples_);
     }
     OnEvents(events);
+}
+
+// What the block has brought about has taken its effect by now, whether lines tell of it or not.
+void FeedModel::OnWriting() {
+    FinishLines(pumpScript_, "in front of a write");
 }
 
 PipeId FeedModel::OnWrite(PipeId id, const u8* data, i64 taken) {
@@ -194,9 +224,6 @@ PipeId FeedModel::OnWrite(PipeId id, const u8* data, i64 taken) {
     }
     const Connection connection = connections_[writing_];
     if (connection.id != id) Fail("a write to another client than the next one");
-    if (writing_ == 0 && written_ == 0 && !pumpScript_.Empty()) {
-        Fail("a write before this line: " + pumpScript_.Missing());
-    }
     if (taken < 0) {
         connections_.erase(connections_.begin() + static_cast<std::ptrdiff_t>(writing_));
         written_ = 0;

@@ -17,19 +17,25 @@ namespace OrvSim {
 
 class FeedModel {
 public:
-    FeedModel(ModelWorld& world, const Row& row, i32 instance, u64 ownerThread);
+    FeedModel(ModelWorld& world, const Row& row, u32 serial, u64 ownerThread);
     FeedModel(const FeedModel&) = delete;
     FeedModel& operator=(const FeedModel&) = delete;
 
     const std::string& Pipe() const { return pipe_; }
     const std::string& Name() const { return name_; }
-    i32 Instance() const { return instance_; }
+    // Of the feeds of this run, from 1 on.
+    u32 Serial() const { return serial_; }
     u64 PumpThread() const { return pumpThread_; }
-    void SetPumpThread(u64 thread) { pumpThread_ = thread; }
-    bool Ended() const { return stage_ == Stage::Destroyed; }
+    void SetPumpThread(u64 thread);
+    // Whether its end has been told.
+    bool Destroyed() const { return stage_ == Stage::Destroyed; }
     bool Stopping() const { return stopping_; }
     bool Played() const { return played_; }
 
+    // Its owner has built it, or is known to be done with its content at least.
+    void EndBuild(bool whole);
+    // It is going to be shut down, and no line will tell.
+    void StopUntold() { stopping_ = true; }
     // A change that leaves the feed standing, from its beginning to its end.
     void BeginUpdate(const Row& row, u64 thread);
     void EndUpdate();
@@ -39,6 +45,7 @@ public:
     // What the pump does.
     void OnInstance(Platform::PipeId id);
     void OnPoll(Platform::PipeId id, Platform::ConnectState state, Platform::PipeId client);
+    void OnWriting();
     // Gives the client's id for bytes that were taken.
     Platform::PipeId OnWrite(Platform::PipeId id, const u8* data, i64 taken);
     void OnPumpLine(const std::string& line);
@@ -61,7 +68,7 @@ private:
     // --- content, ModelContent.cpp
     void BeginStart(u64 thread);
     void ApplyStart();
-    void ExpectPlaylist(LineScript& script);
+    void ExpectPlaylist(LineScript& script, u64 thread);
     std::string TakeMusic(std::string& line);
     void ExpectPause(LineScript& script, u64 thread, std::function<void(i32)> then);
     void ExpectNextMusic();
@@ -71,6 +78,7 @@ private:
 
     // --- the pump, FeedModel.cpp
     void EndPass();
+    void FinishLines(LineScript& script, const char* when);
     void BeginPass();
     void Decide();
     void Produce();
@@ -79,16 +87,16 @@ private:
 
     ModelWorld& world_;
     const Row row_;
-    const i32 instance_;
+    const u32 serial_;
     const std::string pipe_;
     const std::string name_;
     const i32 type_;
     const bool nonstop_;
     const bool announces_;
-    u64 ownerThread_;
     u64 pumpThread_ = 0;
     Stage stage_ = Stage::Building;
     bool stopping_ = false;
+    bool noThread_ = false;
 
     LineScript ownerScript_;
     LineScript pumpScript_;

@@ -33,6 +33,7 @@ void PrintCounts(const OrvSim::Counts& counts) {
         {"soft updates", counts.softUpdates},
         {"rebuilds", counts.rebuilds},
         {"table comparisons", counts.tableChecks},
+        {"changes of the log level", counts.levelChanges},
         {"changes of the disk", counts.diskFaults},
         {"socket faults", counts.socketFaults},
         {"thread faults", counts.threadFaults},

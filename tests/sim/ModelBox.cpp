@@ -38,35 +38,41 @@ void BoxModel::CatchUp(u64 now, bool inclusive) {
         Lines lines;
         if (!set_.Next(nextTick_ * kMillisecond, frame, events, lines)) continue;
         filling_.insert(filling_.end(), frame, frame + 80);
-        if (filling_.size() < kChunkSamples) continue;
-        full_.push_back(std::make_shared<const std::vector<i16>>(std::move(filling_)));
-        filling_.clear();
+        if (filling_.size() >= kChunkSamples) Provide();
+    }
+    // Lines come at the tick itself.
+    if (!lines_.empty() && now > linesAt_ && missing_.empty()) missing_ = lines_.front();
+}
+
+void BoxModel::ExpectLine(const std::string& line) {
+    if (levels_.ShowsOfEngine(line)) lines_.push_back(line);
+}
+
+// To the consumers in the order of their subscription.
+void BoxModel::Provide() {
+    if (!lines_.empty() && missing_.empty()) missing_ = lines_.front();
+    const auto chunk = std::make_shared<const std::vector<i16>>(std::move(filling_));
+    filling_.clear();
+    linesAt_ = nextTick_ * kMillisecond;
+    ExpectLine("Trace|Provided (" + std::to_string(consumers_.size()) + ") at " + std::to_string(nextTick_));
+    for (const auto& consumer : consumers_) {
+        consumer->chunks.push_back(chunk);
+        const std::size_t count = consumer->chunks.size();
+        ExpectLine("Trace|Added chunk, total=" + std::to_string(count));
+        if (count <= 6) continue;
+        ExpectLine(" Warn|Remove obsolete data: listsize=" + std::to_string(count));
+        consumer->chunks.pop_front();
+        consumer->chunks.pop_front();
+        consumer->position = 0;
     }
 }
 
-bool BoxModel::Provide(u64& consumers) {
-    if (full_.size() != 1) return false;
-    chunk_ = full_.front();
-    full_.clear();
-    waiting_ = consumers_;
-    consumers = consumers_.size();
+bool BoxModel::OnLine(const std::string& line, u64 now, std::string& wanted) {
+    CatchUp(now, true);
+    wanted = lines_.empty() ? "no line" : lines_.front();
+    if (line != wanted) return false;
+    lines_.pop_front();
     return true;
-}
-
-u64 BoxModel::Deliver(bool& droppedOld) {
-    droppedOld = false;
-    if (waiting_.empty()) return 0;
-    Consumer& consumer = *waiting_.front();
-    waiting_.erase(waiting_.begin());
-    consumer.chunks.push_back(chunk_);
-    const u64 count = consumer.chunks.size();
-    if (count > 6) {
-        droppedOld = true;
-        consumer.chunks.pop_front();
-        consumer.chunks.pop_front();
-        consumer.position = 0;
-    }
-    return count;
 }
 
 void BoxModel::Read(Consumer& consumer, u8* frame, u32 samples, Lines& lines) {

@@ -25,9 +25,9 @@ void FeedModel::BeginStart(u64 thread) {
     announcementMask_ = 3;
     startMusic_ = {{0, "defaultset:"}};
     if (type_ >= 2) {
-        ExpectPlaylist(ownerScript_);
+        ExpectPlaylist(ownerScript_, thread);
         auto path = std::make_shared<std::string>();
-        ownerScript_.Expect(ScriptStep{[this, path](const std::string&) {
+        ownerScript_.Expect(ScriptStep{[this, path] {
                                            std::string line;
                                            *path = TakeMusic(line);
                                            return line;
@@ -47,7 +47,7 @@ void FeedModel::ApplyStart() {
 }
 
 // The folder is read now; a shuffle is told path by path, each with its key.
-void FeedModel::ExpectPlaylist(LineScript& script) {
+void FeedModel::ExpectPlaylist(LineScript& script, u64 thread) {
     playlist_.clear();
     if (name_.empty()) return;
     const std::string folder = Join(Join(world_.root, "Playlist"), name_);
@@ -63,10 +63,9 @@ void FeedModel::ExpectPlaylist(LineScript& script) {
     shuffled_.clear();
     for (const std::string& path : found) {
         auto key = std::make_shared<i32>(0);
-        script.Expect(ScriptStep{[path, key](const std::string& line) {
-                                     constexpr char start[] = " Info|r:";
-                                     if (line.starts_with(start)) *key = std::atoi(line.c_str() + sizeof start - 1);
-                                     return start + std::to_string(*key) + "<->" + path;
+        script.Expect(ScriptStep{[this, thread, path, key] {
+                                     *key = world_.ShuffleKey(thread);
+                                     return " Info|r:" + std::to_string(*key) + "<->" + path;
                                  },
                                  [this, path, key, count = found.size()] {
                                      shuffled_.emplace(*key, path);
@@ -89,7 +88,7 @@ std::string FeedModel::TakeMusic(std::string& line) {
 
 void FeedModel::ExpectPause(LineScript& script, u64 thread, std::function<void(i32)> then) {
     auto seconds = std::make_shared<i32>(0);
-    script.Expect(ScriptStep{[this, thread, seconds](const std::string&) {
+    script.Expect(ScriptStep{[this, thread, seconds] {
                                  *seconds = world_.Uniform(thread, row_.Number("minannouncementpause"),
                                                            row_.Number("maxannouncementpause"));
                                  return "Trace|Pause announcement: for " + std::to_string(*seconds) + " seconds";
@@ -115,10 +114,10 @@ void FeedModel::ExpectNextMusic() {
     pumpScript_.Do([this] { volume_.EndOfFile(); });
     if (playlist_.empty()) {
         pumpScript_.Expect("Trace|Build playlist");
-        ExpectPlaylist(pumpScript_);
+        ExpectPlaylist(pumpScript_, pumpThread_);
     }
     auto path = std::make_shared<std::string>();
-    pumpScript_.Expect(ScriptStep{[this, path](const std::string&) {
+    pumpScript_.Expect(ScriptStep{[this, path] {
                                       std::string line;
                                       *path = TakeMusic(line);
                                       return line;
@@ -132,7 +131,7 @@ void FeedModel::ExpectNextMusic() {
 void FeedModel::ExpectNextAnnouncement() {
     auto drawn = std::make_shared<Row>();
     auto seconds = std::make_shared<i32>(0);
-    const auto expected = [this, drawn, seconds](const std::string&) {
+    const auto expected = [this, drawn, seconds] {
         const auto& table = world_.announcements;
         const i32 index = world_.Uniform(pumpThread_, 0, static_cast<i32>(table.size()));
         if (static_cast<std::size_t>(index) < table.size()) *drawn = std::next(table.begin(), index)->second;

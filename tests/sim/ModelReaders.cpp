@@ -181,6 +181,7 @@ bool ItemModel::Next(u64 now, u8* frame, u32 bytes, bool& sounds, Lines& lines) 
         case Kind::File:
             return sounds = file_->Next(now, frame, bytes, lines);
         case Kind::Box:
+            box_->CatchUp(now);
             BoxModel::Read(*consumer_, frame, bytes / 2, lines);
             return sounds = true;
     }

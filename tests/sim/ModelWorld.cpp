@@ -22,6 +22,17 @@ void ModelWorld::Fail(const std::string& what) {
     failedAt = Now();
 }
 
+i32 ModelWorld::ShuffleKey(u64 thread) {
+    std::deque<i32>& keys = shuffleKeys[thread];
+    if (keys.empty()) {
+        Fail("a key was not drawn");
+        return 0;
+    }
+    const i32 key = keys.front();
+    keys.pop_front();
+    return key;
+}
+
 i32 ModelWorld::Uniform(u64 thread, i32 a, i32 b) {
     std::deque<u32>& raw = draws[thread];
     const u32 range = static_cast<u32>(b) - static_cast<u32>(a) + 1;

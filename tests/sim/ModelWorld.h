@@ -5,6 +5,7 @@
 #include <map>
 #include <string>
 
+#include "tests/sim/LogLevels.h"
 #include "tests/sim/ModelBox.h"
 #include "tests/sim/ModelDisk.h"
 #include "tests/sim/ModelVolume.h"
@@ -33,13 +34,14 @@ struct Counts {
     u64 linksLost = 0;
     u64 slowCalls = 0;
     u64 tableChecks = 0;
+    u64 levelChanges = 0;  // of the log
     u64 logLines = 0;
     void Add(const Counts& other);
 };
 
 class ModelWorld {
 public:
-    explicit ModelWorld(Platform::Sim::SimFiles& simFiles) : disk(simFiles), files(disk), box(files) {
+    explicit ModelWorld(Platform::Sim::SimFiles& simFiles) : disk(simFiles), files(disk), box(files, levels) {
         disk.beforeChange = [this] { box.CatchUp(Now()); };
     }
 
@@ -49,7 +51,10 @@ public:
     bool Failed() const { return !failure.empty(); }
     // A value from a to b by the rule, from the raw values that the thread has drawn; complains when there are none.
     i32 Uniform(u64 thread, i32 a, i32 b);
+    // The next key that the thread has drawn for a shuffle; complains when there is none.
+    i32 ShuffleKey(u64 thread);
 
+    LogLevels levels;  // in force now
     ModelDisk disk;
     SharedFiles files;
     BoxModel box;
@@ -57,8 +62,8 @@ public:
     std::string defaultFile;
     std::string root;
     std::map<std::string, Row> announcements;
-    i32 logLevel = 3;
     std::map<u64, std::deque<u32>> draws;
+    std::map<u64, std::deque<i32>> shuffleKeys;
     // So many starts of a pump must fail.
     u32 threadFailures = 0;
     // Whether the model follows every byte; otherwise only what holds whatever the order of the threads.

@@ -46,6 +46,7 @@ private:
     void ChangeFeed(Rng& rng);
     void ChangeAnnouncement(Rng& rng);
     void ChangeParameter(Rng& rng);
+    std::string AnyLevel(Rng& rng) const;
     void ChangeMany(Rng& rng);
     void BreakDisk(Rng rng);
     void BreakOne(Rng& rng, const std::string& path);

@@ -39,6 +39,9 @@ public:
         VXSetConnector(&config_.Exchange());
         sim_.Pipes().SetObserver(&checker_);
         sim_.Files().SetWriteHook([this](const std::string&, std::string_view bytes) { checker_.OnLogBytes(bytes); });
+        sim_.Random().SetDrawHook([this](i32 value) {
+            if (world_.exact) world_.shuffleKeys[Platform::CurrentThreadId()].push_back(value);
+        });
         scenario_.Prepare();
     }
 

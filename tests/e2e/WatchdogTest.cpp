@@ -1,13 +1,17 @@
-// Goal: the real service gives its sign of life to a real manager, and a client that does not read changes nothing in
-// that. Method: a notify socket of the test's own and a short watchdog time.
+// Goal: the real service gives its sign of life to a real manager; a client that does not read changes nothing in that,
+// and feeds none of which goes on end it. Method: a notify socket of the test's own and a short watchdog time; a thread
+// of the service is stopped as a debugger does it.
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/ptrace.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
 
 #include "tests/e2e/Exchange.h"
 
@@ -60,6 +64,37 @@ private:
     const int socket_;
 };
 
+// Stands still while this lives; the other threads of its process go on.
+class StoppedThread {
+public:
+    StoppedThread(pid_t process, const std::string& name) {
+        EXPECT_TRUE(Eventually([&] { return Find(process, name); })) << "there is no thread " << name;
+        if (thread_ == 0 || ::ptrace(PTRACE_SEIZE, thread_, nullptr, nullptr) != 0) return;
+        ::ptrace(PTRACE_INTERRUPT, thread_, nullptr, nullptr);
+        stands_ = ::waitpid(thread_, nullptr, __WALL) == thread_;
+    }
+    ~StoppedThread() {
+        if (stands_) ::ptrace(PTRACE_DETACH, thread_, nullptr, nullptr);
+    }
+    StoppedThread(const StoppedThread&) = delete;
+    StoppedThread& operator=(const StoppedThread&) = delete;
+
+    bool Stands() const { return stands_; }
+
+private:
+    bool Find(pid_t process, const std::string& name) {
+        for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+            if (ReadFileText(task.path().string() + "/comm") != name + "\n") continue;
+            thread_ = std::stoi(task.path().filename().string());
+            return true;
+        }
+        return false;
+    }
+
+    pid_t thread_ = 0;
+    bool stands_ = false;
+};
+
 class Watchdog : public ::testing::Test {
 protected:
     void Start(std::vector<std::pair<std::string, std::string>> environment) {
@@ -83,6 +118,20 @@ TEST_F(Watchdog, IsPingedAlsoWhileAClientDoesNotReadWhichIsTold) {
     EXPECT_GE(manager_.Count("WATCHDOG=1", 3000), 3);
     silent.Pause(false);
     EXPECT_TRUE(manager_.WaitFor("STATUS=Running"));
+    EXPECT_EQ(exchange_.Feeder().Stop(), 0);
+}
+
+TEST_F(Watchdog, IsNotPingedWhileNoFeedGoesOn) {
+    Start({{"WATCHDOG_USEC", "2000000"}});
+    ASSERT_TRUE(manager_.WaitFor("WATCHDOG=1"));
+    {
+        const StoppedThread pump(exchange_.Feeder().Pid(), "pump:music");
+        if (!pump.Stands()) GTEST_SKIP() << "no thread of another process can be stopped here (ptrace)";
+        ASSERT_TRUE(manager_.WaitFor("STATUS=Running; stuck: no feed goes on", 40000));
+        EXPECT_EQ(manager_.Count("WATCHDOG=1", 2000), 0);
+    }
+    EXPECT_TRUE(manager_.WaitFor("STATUS=Running"));
+    EXPECT_TRUE(manager_.WaitFor("WATCHDOG=1"));
     EXPECT_EQ(exchange_.Feeder().Stop(), 0);
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "AudioFeeder/AnnouncementTable.h"
+#include "AudioFeeder/EventTurn.h"
 #include "AudioFeeder/Parameters.h"
 #include "AudioFeeder/PipeManager.h"
 #include "AudioFeeder/SharedValues.h"
@@ -80,9 +81,11 @@ void FillTableIds() {
 
 void OnConfigUpdate(const char* table, const char* kind, u32, VX::ParamListHolder* newRow,
                     VX::ParamListHolder* oldRow) {
-    const auto known = TableIds().find(table);
-    if (known == TableIds().end()) return;
     try {
+        const auto known = TableIds().find(table);
+        if (known == TableIds().end()) return;
+        // Parameters too: a reload that has read the old value must not set it behind the new one.
+        EventTurn turn;
         Dispatch(known->second, *kind == 'D', FeedRow(*newRow), FeedRow(*oldRow));
     } catch (const std::exception& exception) {
         ORV_LOG(Excep) << exception.what();

@@ -14,8 +14,8 @@ void FillTableIds();
 
 // Turns one change into one call on the pipe manager or on the log. Called on the library's thread for every row change
 // and every transaction mark, and by the host for ConfigServerTable when the whole configuration has come or
-// the service stops. `kind` beginning with "D" is a deletion, anything else an insertion or update. What is none of the
-// feeder's tables is passed over. A standard exception ends in the log.
+// the service stops; the two take turns (EventTurn.h). `kind` beginning with "D" is a deletion, anything else an
+// insertion or update. What is none of the feeder's tables is passed over. A standard exception ends in the log.
 void OnConfigUpdate(const char* table, const char* kind, u32 id, VX::ParamListHolder* newRow,
                     VX::ParamListHolder* oldRow);
 

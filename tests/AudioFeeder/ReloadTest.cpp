@@ -4,6 +4,8 @@
 #include "AudioFeeder/AnnouncementTable.h"
 #include "AudioFeeder/PipeManager.h"
 #include "AudioFeeder/SharedValues.h"
+#include "AudioFeeder/UpdateDispatcher.h"
+#include "ConfigClient/ConfigConnection.h"
 #include "Platform/Random.h"
 #include "Projects/Common/VoIPFileEngine/MusicBox.h"
 #include "ServiceProcess/Log.h"
@@ -217,6 +219,41 @@ TEST_F(ReloadTest, AfterStopAllAReloadStartsEverythingAgain) {
         EXPECT_TRUE(Orv::FindMusicBox("defaultset:").IsValid());
         EXPECT_EQ(Orv::AnnouncementTable::Instance().Size(), 1U);
     });
+}
+
+// A change that came while the reload had read the old value and not yet set it was lost for good: the reload took no
+// turn with changes of parameters. In many orders of the two threads' steps.
+TEST(ReloadAndChange, AParameterThatChangesDuringAReloadHoldsAfterIt) {
+    Orv::FillTableIds();
+    for (u64 seed = 1; seed <= 300; ++seed) {
+        Platform::Sim::Options options;
+        options.order = Platform::Sim::Order::Seeded;
+        options.preemptOneIn = 10;
+        FeederWorld world(seed, options);
+        FakeConfigService config;
+        const std::pair<const char*, const char*> parameters[] = {{"SYSTEMLOGGINGLEVEL", "3"},
+                                                                  {"DEFAULTAUDIOFILE", "/old.wav"},
+                                                                  {"IVRPROMPTPATH", "/old"},
+                                                                  {"AUDIO_PROVIDER_MAX_VOLUME", "50"}};
+        for (i32 id = 0; id < 4; ++id) config.PutParameter(id + 1, parameters[id].first, parameters[id].second);
+        world.Run([&] {
+            config.ConnectTables();
+            ConfigConnection::ChangeListener.store(&Orv::OnConfigUpdate);
+            config.PutParameter(2, "DEFAULTAUDIOFILE", "/new.wav");
+            config.PutParameter(3, "IVRPROMPTPATH", "/new");
+            config.PutParameter(4, "AUDIO_PROVIDER_MAX_VOLUME", "100");
+            for (i32 id = 2; id <= 4; ++id) config.Tell("PARAMETER", "Updated", id);
+            IPipeManager::ReloadAll();
+            Sleep(100);
+            std::string file;
+            Orv::GetDefaultAudioFile(file);
+            EXPECT_EQ(file, "/new.wav") << "seed " << seed;
+            EXPECT_EQ(Orv::RootPath(), "/new") << "seed " << seed;
+            EXPECT_EQ(Orv::GlobalLevelSetting().maxLevel, 32767) << "seed " << seed;
+            ConfigConnection::ChangeListener.store(nullptr);
+            FakeConfigService::DisconnectTables();
+        });
+    }
 }
 
 // The service's answer to the row's call is a list without fields: the id is known, the row has gone.

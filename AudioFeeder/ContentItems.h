@@ -1,4 +1,4 @@
-// The words that the channels and their stream sets speak: content ids, the default set's name, gaps.
+// The words that the channels and their stream sets speak: content ids, layers and masks, the default set's name, gaps.
 #pragma once
 
 #include "Projects/Common/VoIPFileEngine/IMMFileStreamReader.h"
@@ -14,6 +14,20 @@ inline constexpr u32 PauseList = 3;         // a pause has ended: next announcem
 inline constexpr u32 AnnouncementList = 4;  // an announcement has ended: next pause
 inline constexpr u32 LeadIn = 10;           // an announcement's lead-in has ended: its mix mask
 }  // namespace ContentIds
+
+// The lists of a stream set, as SwitchContent() numbers them.
+namespace Layers {
+inline constexpr u8 Main = 1;
+inline constexpr u8 Overlay = 2;
+}  // namespace Layers
+
+// Which lists of a stream set play.
+namespace MixMasks {
+inline constexpr u8 None = 0;
+inline constexpr u8 MainOnly = 1;
+inline constexpr u8 OverlayOnly = 2;
+inline constexpr u8 Both = 3;
+}  // namespace MixMasks
 
 // The music box on which all channels without a playlist listen.
 inline constexpr char DefaultSetName[] = "defaultset:";

@@ -15,12 +15,6 @@ namespace {
 
 constexpr char kLogSource[] = "PipeManager";
 
-constexpr u8 kMainLayer = 1;
-constexpr u8 kOverlayLayer = 2;
-constexpr u8 kMainOnly = 1;
-constexpr u8 kOverlayOnly = 2;
-constexpr u8 kBoth = 3;
-
 constexpr i32 kLeadInSeconds = 1;
 constexpr i32 kReplacesMusic = 1;  // `thetype` of an announcement for which the music stops
 
@@ -47,7 +41,7 @@ void IPipeFeed::Start() {
         streamManager_ = CreateStreamSet();
         streamManager_->Prepare(blockBuffer_, BlockBytes);
     }
-    announcementMask_.store(kBoth, std::memory_order_relaxed);
+    announcementMask_.store(MixMasks::Both, std::memory_order_relaxed);
     std::list<StreamItem> music;
     if (feedType_ == static_cast<i32>(FeedType::Shuffled) || IsSorted()) {
         BuildPlaylist(IsSorted());
@@ -115,7 +109,7 @@ std::list<StreamItem> IPipeFeed::TakeMusicItems() {
 void IPipeFeed::NextPause() {
     const i32 seconds = DrawPause();
     ORV_LOG(Trace) << logPrefix_ << "Pause announcement: for " << seconds << " seconds";
-    announcementMask_.store(kBoth, std::memory_order_relaxed);
+    announcementMask_.store(MixMasks::Both, std::memory_order_relaxed);
     PlayPause(seconds);
 }
 
@@ -128,13 +122,13 @@ void IPipeFeed::NextAnnouncement() {
     if (!announcement.Has(Columns::idannouncement)) {
         const i32 seconds = DrawPause();
         ORV_LOG(Trace) << logPrefix_ << "Invalid announcement: pause for " << seconds << " seconds";
-        announcementMask_.store(kBoth, std::memory_order_relaxed);
+        announcementMask_.store(MixMasks::Both, std::memory_order_relaxed);
         PlayPause(seconds);
         return;
     }
     ORV_LOG(Trace) << logPrefix_ << "Play announcement: " << DescribeAnnouncement(announcement);
     const bool alone = announcement.Number(Columns::thetype) == kReplacesMusic;
-    announcementMask_.store(alone ? kOverlayOnly : kBoth, std::memory_order_relaxed);
+    announcementMask_.store(alone ? MixMasks::OverlayOnly : MixMasks::Both, std::memory_order_relaxed);
     SwitchOverlay(ContentIds::AnnouncementList, {MakeSilenceItem(kLeadInSeconds, ContentIds::LeadIn, true),
                                                  {ContentIds::Ignored, announcement.Text(Columns::thefile), false}});
     if (report_) report_->OnAnnouncement(announcement.Text(Columns::thefile));
@@ -150,12 +144,13 @@ void IPipeFeed::PlayPause(i32 seconds) {
 }
 
 void IPipeFeed::SwitchMusic(const std::list<StreamItem>& items) {
-    streamManager_->SwitchContent(ContentIds::MusicList, false, items, kMainLayer, kOverlayOnly, kBoth);
+    streamManager_->SwitchContent(ContentIds::MusicList, false, items, Layers::Main, MixMasks::OverlayOnly,
+                                  MixMasks::Both);
     if (report_) report_->OnMusic(items.front().name);
 }
 
 void IPipeFeed::SwitchOverlay(u32 id, const std::list<StreamItem>& items) {
-    streamManager_->SwitchContent(id, false, items, kOverlayLayer, kMainOnly, kBoth);
+    streamManager_->SwitchContent(id, false, items, Layers::Overlay, MixMasks::MainOnly, MixMasks::Both);
 }
 
 }  // namespace Orv

@@ -15,10 +15,6 @@ namespace {
 
 constexpr char kLogSource[] = "PipeManager";
 
-constexpr u8 kMainLayer = 1;
-constexpr u8 kNothing = 0;
-constexpr u8 kBoth = 3;
-
 struct Singleton {
     Platform::Mutex creation;
     THolder<IPipeManager> holder;
@@ -172,14 +168,14 @@ void IPipeManager::UpdateDefaultSet(const char* file) {
     if (!defaultSetReader_.IsValid()) return;  // the process is at its end
     if (!defaultMusicBox_.IsValid()) RegisterDefaultSet();
     if (file == nullptr || *file == '\0') return;
-    defaultSetReader_->SwitchContent(ContentIds::Ignored, true, {{ContentIds::Ignored, file, false}}, kMainLayer,
-                                     kNothing, kBoth);
+    defaultSetReader_->SwitchContent(ContentIds::Ignored, true, {{ContentIds::Ignored, file, false}}, Layers::Main,
+                                     MixMasks::None, MixMasks::Both);
 }
 
 void IPipeManager::ReleaseDefaultSet() {
     EventTurn turn;
     if (!defaultSetReader_.IsValid()) return;
-    defaultSetReader_->SwitchContent(ContentIds::Ignored, true, {}, kMainLayer, kNothing, kBoth);
+    defaultSetReader_->SwitchContent(ContentIds::Ignored, true, {}, Layers::Main, MixMasks::None, MixMasks::Both);
     defaultSetReader_ = nullptr;
 }
 

@@ -12,10 +12,27 @@ constexpr i32 kFullScale = 32767;
 constexpr double kPeakDecay = 0.99;
 constexpr float kRiseDivisor = 20.0F;
 constexpr i32 kReportThreshold = 10;  // percentage points
+// Samples that are scaled at once where none is a new peak: of loops of a fixed size the compiler makes vector code.
+constexpr u32 kRun = 40;
+
+struct Run {
+    i16 samples[kRun];
+};
 
 // Truncated towards zero by way of 32 bits, then cut to 16.
-i16 Truncate(float value) noexcept {
-    return static_cast<i16>(static_cast<i32>(value));
+i16 Scaled(i16 sample, float gain) noexcept {
+    return static_cast<i16>(static_cast<i32>(static_cast<float>(sample) * gain));
+}
+
+// Whether a magnitude may be above `peak`; the lowest sample, which has none, counts as if it were.
+bool MayHaveNewPeak(const Run& run, i16 peak) noexcept {
+    i16 highest = 0;
+    i16 lowest = 0;
+    for (const i16 sample : run.samples) {
+        highest = std::max(highest, sample);
+        lowest = std::min(lowest, sample);
+    }
+    return highest > peak || -lowest > peak;
 }
 
 i16 GainPercent(float gain) noexcept {
@@ -52,6 +69,21 @@ void VolumeControl::Process(void* samples, u32 count) noexcept {
 }
 
 void VolumeControl::Scale(u8* bytes, u32 count) noexcept {
+    for (; count >= kRun; count -= kRun, bytes += sizeof(Run)) {
+        Run run;
+        std::memcpy(&run, bytes, sizeof run);
+        if (MayHaveNewPeak(run, peak_)) {
+            ScaleEach(bytes, kRun);
+            continue;
+        }
+        const float gain = gain_;
+        for (i16& sample : run.samples) sample = Scaled(sample, gain);
+        std::memcpy(bytes, &run, sizeof run);
+    }
+    ScaleEach(bytes, count);
+}
+
+void VolumeControl::ScaleEach(u8* bytes, u32 count) noexcept {
     const float limit = inUse_.maxLevel;
     for (u32 index = 0; index < count; ++index, bytes += sizeof(i16)) {
         i16 sample;
@@ -62,7 +94,7 @@ void VolumeControl::Scale(u8* bytes, u32 count) noexcept {
             const float level = static_cast<float>(magnitude) * gain_;
             if (level > limit) gain_ = limit / level * gain_;
         }
-        sample = Truncate(static_cast<float>(sample) * gain_);
+        sample = Scaled(sample, gain_);
         std::memcpy(bytes, &sample, sizeof sample);
     }
 }

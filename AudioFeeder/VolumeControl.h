@@ -55,6 +55,7 @@ public:
 
 private:
     void Scale(u8* bytes, u32 count) noexcept;
+    void ScaleEach(u8* bytes, u32 count) noexcept;
     void Raise() noexcept;
     void Reset() noexcept;
 

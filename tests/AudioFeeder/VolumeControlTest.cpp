@@ -300,6 +300,32 @@ TEST(VolumeControl, EachStepIsMadeInItsOrderAndIn32BitFloatToTheLastBit) {
     }
 }
 
+// Samples are scaled many at once where none is a new peak: wherever one stands, and however long a block is, the
+// result is that of one at a time. The lowest sample is no peak, nor does it hide one.
+TEST(VolumeControl, BlocksOfAnyLengthAndPeaksAnywhereInThemComeOutAsSampleBySample) {
+    for (const bool autogain : {false, true}) {
+        for (int length = 0; length <= 130; ++length) {
+            VolumeControl control({3276, autogain});
+            FeederTest::ControlModel model(3276, autogain);
+            for (int place = 0; place < length; place += 3) {
+                FeederTest::Samples block;
+                for (int index = 0; index < length; ++index) {
+                    block.push_back(static_cast<i16>((index % 7 - 3) * 1000 + index));
+                }
+                const i16 peaks[] = {static_cast<i16>(4000 + 200 * place), static_cast<i16>(-4000 - 200 * place),
+                                     -32768, 0};
+                block[static_cast<std::size_t>(place)] = peaks[place % 4];
+                if (place % 5 == 0) block[static_cast<std::size_t>(length - 1)] = -32768;
+                const FeederTest::Samples expected = model.Apply(block);
+                Apply(control, block);
+                ASSERT_EQ(block, expected) << length << " samples, a peak at " << place;
+                ASSERT_EQ(control.Gain(), model.Gain());
+                ASSERT_EQ(control.Peak(), model.Peak());
+            }
+        }
+    }
+}
+
 TEST(VolumeControl, SamplesAtOddAddressesAreScaledLikeAnyOthers) {
     std::vector<u8> bytes(2001);
     auto block = Block(20000);

@@ -15,8 +15,6 @@ namespace {
 
 using Guard = Platform::LockGuard<Platform::Mutex>;
 
-constexpr u32 kAutogainBit = 0x10000;
-
 // Set before the first channel, on the thread that builds it.
 std::atomic<bool> reportsWanted{false};
 
@@ -78,7 +76,7 @@ void FeedReport::OnBlock(const u8* block, bool late, float gain, const LevelSett
 }
 
 void FeedReport::OnLevel(const LevelSetting& level) noexcept {
-    level_.store(static_cast<u16>(level.maxLevel) | (level.autogain ? kAutogainBit : 0U), std::memory_order_relaxed);
+    level_.store(level, std::memory_order_relaxed);
 }
 
 void FeedReport::OnWriting(u32 now) noexcept {
@@ -153,8 +151,7 @@ FeedFigures FeedReport::Read() const {
     figures.announcements = announcements_.load(std::memory_order_relaxed);
     figures.gain = gain_.load(std::memory_order_relaxed);
     figures.peak = peak_.load(std::memory_order_relaxed);
-    const u32 level = level_.load(std::memory_order_relaxed);
-    figures.level = {static_cast<i16>(static_cast<u16>(level)), (level & kAutogainBit) != 0};
+    figures.level = level_.load(std::memory_order_relaxed);
     figures.pipeError = pipeError_.load(std::memory_order_relaxed);
     const u32 since = writingSince_.load(std::memory_order_relaxed);
     const u64 now = Platform::SteadyMilliseconds();

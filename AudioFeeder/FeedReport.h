@@ -82,7 +82,7 @@ private:
     std::atomic<u32> writingSince_{0};  // 0: no write
     std::atomic<float> gain_{1.0F};
     std::atomic<i16> peak_{0};
-    std::atomic<u32> level_{0};  // as in PipeFeed.cpp: the limit, and 0x10000 for autogain
+    std::atomic<LevelSetting> level_{LevelSetting{}};
     std::atomic<Platform::SystemError> pipeError_{0};
 
     mutable Platform::Mutex mutex_;  // for a copy of a text or the row, with no lock inside it

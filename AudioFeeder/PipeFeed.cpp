@@ -26,18 +26,11 @@ constexpr u32 kLateMilliseconds = 5;
 
 constexpr u8 kSilenceBlock[BlockBytes] = {};
 
+static_assert(std::atomic<LevelSetting>::is_always_lock_free, "a pump reads one at each block");
+
 // The steady clock as the pump counts it, in 32 bits with wrap-around.
 u32 NowMilliseconds() {
     return static_cast<u32>(Platform::SteadyMilliseconds());
-}
-
-// Limit in the low 16 bits, autogain above.
-u32 Pack(const LevelSetting& level) noexcept {
-    return static_cast<u16>(level.maxLevel) | (level.autogain ? 0x10000U : 0U);
-}
-
-LevelSetting Unpack(u32 packed) noexcept {
-    return {static_cast<i16>(static_cast<u16>(packed)), (packed & 0x10000U) != 0};
 }
 
 // The feed's own setting, which needs a limit in the row.
@@ -66,7 +59,7 @@ IPipeFeed::IPipeFeed(const FeedRow& row)
       playAnnouncements_(row_.Number(Columns::playannouncements) != 0),
       nonstop_(row_.Number(Columns::nonstop) != 0),
       report_(FeedReportsWanted() ? std::make_shared<FeedReport>(row_, instanceId_) : nullptr),
-      feedLevel_(Pack(OwnLevel(row_))),
+      feedLevel_(OwnLevel(row_)),
       volume_(FirstLevel(row_)),
       listener_(row_.Text(Columns::pipename), logPrefix_) {
     if (volume_.IsOn()) {
@@ -100,7 +93,7 @@ void IPipeFeed::Shutdown() {
 }
 
 void IPipeFeed::SetFeedLevel(const LevelSetting& level) noexcept {
-    feedLevel_.store(Pack(level), std::memory_order_relaxed);
+    feedLevel_.store(level, std::memory_order_relaxed);
 }
 
 void IPipeFeed::TellRow(const FeedRow& row) {
@@ -117,7 +110,7 @@ void IPipeFeed::Pump() {
     Platform::SeedThreadRand(NowMilliseconds());
     ContentEventList events;
     bool restart = true;
-    u32 base = NowMilliseconds() - kHeadStartMilliseconds;
+    u32 base = 0;  // one block before the next one is due; set where a rest ends
     PumpPulse pulse(row_.Text(Columns::pipename));
     while (!MustStop()) {
         pulse.Beat();
@@ -128,11 +121,13 @@ void IPipeFeed::Pump() {
             Nap();
             continue;
         }
+        // Looked at once: the first block after a rest would count as late if the clock went on in between.
+        const u32 now = NowMilliseconds();
         if (restart) {
-            base = NowMilliseconds() - kHeadStartMilliseconds;
+            base = now - kHeadStartMilliseconds;
             restart = false;
         }
-        const u32 lag = NowMilliseconds() - base;
+        const u32 lag = now - base;
         if (lag < kBlockMilliseconds) {
             Nap();
             continue;
@@ -173,7 +168,7 @@ void IPipeFeed::ReportBlock(const u8* block, bool late) noexcept {
 }
 
 LevelSetting IPipeFeed::LevelThatCounts() const noexcept {
-    const LevelSetting own = Unpack(feedLevel_.load(std::memory_order_relaxed));
+    const LevelSetting own = feedLevel_.load(std::memory_order_relaxed);
     return own.maxLevel != 0 ? own : GlobalLevelSetting();
 }
 

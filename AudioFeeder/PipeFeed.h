@@ -101,7 +101,7 @@ private:
     MTObjects::THolder<IMMStreamManager> streamManager_;  // set by the first Start(); empty for an unknown feedtype
 
     // Shared, each synchronised by itself.
-    std::atomic<u32> feedLevel_;             // limit and autogain in one value, so that they change together
+    std::atomic<LevelSetting> feedLevel_;    // limit and autogain change together
     std::atomic<u8> announcementMask_{0};    // mix mask for the end of an announcement's lead-in
     std::atomic<bool> stopFlag_{false};      // set by Shutdown()
     Platform::Event stopRequest_;            // wakes the pump for stopFlag_

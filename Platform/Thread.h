@@ -34,9 +34,9 @@ private:
 // Sleeps for at least `milliseconds` of the steady clock.
 void SleepMilliseconds(u32 milliseconds);
 
-// From now on the calling thread's timed sleeps and waits may end up to so much later than asked. With thousands of
-// threads the system then wakes many at once, which costs a fraction of waking each by itself. A hint: no effect on
-// systems without it.
+// From now on timed sleeps and waits of the calling thread, and of threads that it starts, may end up to so much later
+// than asked. With thousands of threads the system then wakes many at once, which costs a fraction of waking each by
+// itself. A hint: no effect on systems without it.
 void AllowLateWaking(u32 milliseconds) noexcept;
 
 // The system's own number of the calling thread, as its tools show it. Never 0.

@@ -207,30 +207,6 @@ TEST_F(FeedVolumeTest, NullBlocksSkipTheControlAltogether) {
     });
 }
 
-// Quiet files: the gain still rises when the null block of each change comes.
-TEST_F(FeedVolumeTest, DuringANullBlockThePeakDoesNotDecayAndTheGainDoesNotRise) {
-    const Samples file = Constant(3'500, 900);
-    world_.Files().AddFile("/root/Playlist/short/a.raw", RawBytes(file));
-    world_.Run([&] {
-        FeedHolder feed = Feed({{"thename", "short"}, {"maxvolume", 50}, {"autogain", 1}});
-        Client client("p");
-        const Samples heard = client.ReadBlocks(24);
-        ControlModel control(16'383, true);
-        FilesModel files({file});
-        SetModel set;
-        Samples expected;
-        u64 nulls = 0;
-        for (std::size_t block = 0; block < 24; ++block) {
-            const Frame frame = files.Next();
-            const Samples mix = set.Mix(frame, std::nullopt);
-            nulls += frame ? 0 : 1;
-            expected = Join({expected, frame ? control.Apply(mix) : mix});
-        }
-        EXPECT_EQ(nulls, 4U);
-        EXPECT_EQ(heard, expected);
-    });
-}
-
 class EndOfFileTest : public FeedVolumeTest, public testing::WithParamInterface<bool> {};
 
 // The fade-in is over within the first file; then one loud sample sets the level of the rest of that file.
@@ -257,33 +233,6 @@ TEST_P(EndOfFileTest, WithoutAutogainEachFileStartsUnscaledAndWithItTheGainCarri
 }
 
 INSTANTIATE_TEST_SUITE_P(Autogain, EndOfFileTest, testing::Bool());
-
-// The null block between two files is not the control's: the peak does not decay there and the gain does not rise.
-TEST_P(EndOfFileTest, TheNullBlockBetweenTwoFilesLeavesGainAndPeakToTheEndOfTheFileAlone) {
-    const bool autogain = GetParam();
-    const std::vector<Samples> sounds{Noise(20'300, 1), Noise(3'500, 2), Noise(5'500, 3)};
-    for (std::size_t file = 0; file < sounds.size(); ++file) {
-        world_.Files().AddFile("/root/Playlist/three/" + std::to_string(file) + ".raw", RawBytes(sounds[file]));
-    }
-    world_.Run([&] {
-        FeedHolder feed = Feed({{"thename", "three"}, {"maxvolume", 10}, {"autogain", autogain ? 1 : 0}});
-        Client client("p");
-        const Samples heard = client.ReadBlocks(70);
-        FilesModel list(sounds);
-        SetModel set;
-        ControlModel control(3'276, autogain);
-        u32 ends = 0;
-        for (std::size_t block = 0; block < 70; ++block) {
-            const Frame frame = list.Next();
-            const Samples mix = set.Mix(frame, std::nullopt);
-            ASSERT_EQ(Blocks(heard, block, 1), frame ? control.Apply(mix) : mix) << block;
-            if (frame) continue;
-            control.EndOfFile();
-            ++ends;
-        }
-        EXPECT_GE(ends, 5U);
-    });
-}
 
 // A file ends under an announcement, so that its last block is no null block.
 TEST_F(FeedVolumeTest, TheResetAtTheEndOfAFileComesBehindTheControlOfThatBlock) {

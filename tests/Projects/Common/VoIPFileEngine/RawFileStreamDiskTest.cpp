@@ -208,6 +208,40 @@ TEST_F(RawFileStreamDiskTest, AFailureOfTheReadBehindTheSecondBufferIsToldAsAPre
     EXPECT_TRUE(SameBytes(player.Next(), "end"));
 }
 
+TEST_F(RawFileStreamDiskTest, TheEventOfAFileThatBreaksOffHasTheErrorAndItsNameWhereverItBroke) {
+    Files().AddFile(kPath, Audio(50'000));
+    for (const u64 position : {0u, 10'000u, 20'000u, 49'999u}) {
+        Files().FailReads(kPath, kInputOutputError, position, position);
+        StreamPlayer player(kPath, 2000);
+        player.PlayToTheEnd();
+        EXPECT_EQ(player.End().error, kInputOutputError) << position;
+        EXPECT_EQ(player.End().name, kPath) << position;
+        Files().ClearFaults();
+        player.Stream().Rewind();
+        EXPECT_EQ(player.PlayToTheEnd().size(), 25u + 1) << "whole frames, and one of zeros";
+        EXPECT_EQ(player.End().error, 0u) << "a file that plays to its end has none";
+        EXPECT_EQ(player.End().name, "");
+    }
+}
+
+TEST_F(RawFileStreamDiskTest, TheEventsOfAListAndOfAFileThatCouldNotBeOpenedHaveNoError) {
+    Files().AddFile(kPath, Audio(50'000));
+    Files().FailReads(kPath, kInputOutputError);
+    const auto set = CreateStreamSet();
+    u8 buffer[2000];
+    set->Prepare(buffer, sizeof buffer);
+    set->SetMainContent(2, {{7, kPath, false}, {8, "/s/none.raw", false}}, false);
+    set->SetMixMask(1);
+    ContentEventList events;
+    const u8* frame = nullptr;
+    set->GetReader()->GetNextFrame(&frame, events);
+    std::vector<std::pair<u32, Platform::SystemError>> told;
+    for (const ContentEvent& event : events) told.emplace_back(event.id, event.error);
+    EXPECT_EQ(told, (std::vector<std::pair<u32, Platform::SystemError>>{{7, kInputOutputError}, {8, 0}, {2, 0}}));
+    EXPECT_EQ(events.front().name, kPath);
+    EXPECT_EQ(events.back().name, "");
+}
+
 TEST_F(RawFileStreamDiskTest, ARewindAfterAFailureTriesAnew) {
     const std::string audio = Audio(5000);
     Files().AddFile(kPath, audio);

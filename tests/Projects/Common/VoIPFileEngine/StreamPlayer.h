@@ -39,8 +39,11 @@ public:
         EXPECT_EQ(events.size(), 1u);
         EXPECT_EQ(events.front().kind, 1u);
         EXPECT_EQ(events.front().id, Id);
+        end_ = events.front();
         return "end";
     }
+    // The event that came with the last end.
+    const ContentEvent& End() const { return end_; }
     // Where the last frame lay.
     const u8* Frame() const { return frame_; }
 
@@ -72,6 +75,7 @@ private:
     std::vector<u8> memory_;
     MTObjects::THolder<RawFileStream> stream_;
     const u8* frame_ = nullptr;
+    ContentEvent end_{};
 };
 
 }  // namespace Orv::TestData

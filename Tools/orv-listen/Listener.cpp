@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Platform/Clock.h"
+#include "Platform/Files.h"
 #include "Platform/NamedPipe.h"
 #include "Platform/Thread.h"
 #include "Tools/orv-listen/MeterDisplay.h"
@@ -28,7 +29,12 @@ constexpr u32 LastRetryMs = 2000;
 constexpr u32 LossReportMs = 1000;
 
 // What to do about a feed that cannot be connected to.
-const char* Remedy(Platform::SystemError error) {
+std::string Remedy(Platform::SystemError error) {
+    if (error == ENOENT && !Platform::PathExists(Platform::PipeFolder())) {
+        return "There is no folder " + Platform::PipeFolder() +
+               ". Start the service, or name the folder of its pipes with --pipe-folder or its settings file with "
+               "--config; --follow waits.";
+    }
     switch (error) {
         case EACCES:
             return "Become a member of the group that owns the folder of the pipes, as root with 'adduser USER "
@@ -112,7 +118,7 @@ public:
                 if (!told) {
                     std::fprintf(stderr, "orv-listen: waiting for the feed '%s' (%s)\n", options_.name.c_str(),
                                  Platform::SystemErrorText(error).c_str());
-                    if (error == EACCES) std::fprintf(stderr, "%s\n", Remedy(error));
+                    if (error == EACCES) std::fprintf(stderr, "%s\n", Remedy(error).c_str());
                 }
                 told = true;
                 Wait(retry);
@@ -153,7 +159,7 @@ private:
         const std::string file = Platform::PipeFolder() + "/" + Platform::PipeFileName(options_.name);
         std::fprintf(stderr, "orv-listen: %s the feed '%s': %s (%s).\n%s\n",
                      error == EACCES ? "you may not listen to" : "nobody serves", options_.name.c_str(),
-                     Platform::SystemErrorText(error).c_str(), file.c_str(), Remedy(error));
+                     Platform::SystemErrorText(error).c_str(), file.c_str(), Remedy(error).c_str());
         return ListenNoFeed;
     }
 

@@ -12,6 +12,7 @@
 #include "ServiceProcess/CommonSettings.h"
 #include "ServiceProcess/PreloadSettings.h"
 #include "Tools/orvctl/Report.h"
+#include "Tools/orvctl/SettingsSlips.h"
 #include "Tools/orvctl/SettingsText.h"
 #include "Tools/orvctl/ToolError.h"
 
@@ -137,6 +138,14 @@ void CheckStatusPath(const std::string& file) {
                                                   "; give a path of its own, such as /run/Orv/status/feed");
 }
 
+void TellSlips(const std::string& file) {
+    CommonSettings settings;
+    settings.Load(file.c_str());
+    for (const std::string& slip : FindSlips(settings)) {
+        std::fprintf(stderr, "orvctl: %s: %s\n", file.c_str(), slip.c_str());
+    }
+}
+
 ExitCode CodeOf(const std::string& result) {
     if (result == AdminProtocol::ResultNotFound) return ExitCode::NotFound;
     if (result == AdminProtocol::ResultForbidden) return ExitCode::NotAllowed;
@@ -182,7 +191,9 @@ std::string SettingsFileOf(const ConnectionOptions& options) {
 std::string CheckSettings(const std::string& path) {
     const std::string file = path.empty() ? FindUsualFile() : path;
     if (file.empty()) NoFile();
-    CheckComplete(ReadSettings(file), file);
+    const Target target = ReadSettings(file);
+    TellSlips(file);
+    CheckComplete(target, file);
     CheckPreload(file);
     CheckClients(file);
     CheckStatusPath(file);

@@ -40,6 +40,10 @@ public:
             found.Add(Severity::Warning, "The settings file " + settings_.file + " has a bad line: " + message,
                       "correct that line; it counts as if it were not there, or only in part");
         }
+        for (const std::string& slip : settings_.slips) {
+            found.Add(Severity::Note, "In the settings file " + settings_.file + ": " + slip,
+                      "correct it there, unless another program reads it");
+        }
         EnterServicesFolder();
         Platform::SetPipeFolder(settings_.pipeFolder);
         const bool tablesKnown = AskConfiguration();

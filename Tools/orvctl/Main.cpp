@@ -36,11 +36,13 @@ int main(int argc, char** argv) {
         const CLI::App* place = &app;
         while (!place->get_subcommands().empty()) place = place->get_subcommands().back();
         const std::vector<std::string> left = app.remaining(true);
-        if (left.empty() || left.front().starts_with("-") || place->get_require_subcommand_min() == 0) {
+        if (place->get_require_subcommand_min() == 0) {
             app.exit(error);
         } else {
-            std::fprintf(stderr, "\"%s\" is no command here; \"orvctl %s--help\" lists those that there are.\n",
-                         left.front().c_str(), place == &app ? "" : (place->get_name() + " ").c_str());
+            const bool none = left.empty() || left.front().starts_with("-");
+            std::fprintf(stderr, "orvctl: %s; \"orvctl %s--help\" lists those that there are.\n",
+                         none ? "a command is missing" : ("\"" + left.front() + "\" is no command here").c_str(),
+                         place == &app ? "" : (place->get_name() + " ").c_str());
         }
         return static_cast<int>(Orv::ExitCode::BadCommandLine);
     } catch (const CLI::ParseError& error) {

@@ -7,6 +7,7 @@
 #include "Platform/Thread.h"
 #include "ServiceProcess/CommonSettings.h"
 #include "ServiceProcess/PreloadSettings.h"
+#include "Tools/orvctl/SettingsSlips.h"
 #include "Tools/orvctl/SettingsText.h"
 #include "Tools/orvctl/ToolError.h"
 
@@ -85,6 +86,7 @@ ServiceSettings ReadServiceSettings(const ConnectionOptions& options) {
     }
     if (!settings.whole) throw ToolError(ExitCode::BadCommandLine, CutShort(result.file));
     result.messages = settings.messages;  // a look-up of a missing section would take them away
+    result.slips = FindSlips(settings);
     result.dataPath = TextOf(settings, "[General].AppDataPath", "./");
     if (result.dataPath.empty() || (result.dataPath.back() != '/' && result.dataPath.back() != '\\')) {
         result.dataPath += "/";

@@ -18,6 +18,7 @@ struct ServiceSettings {
     std::string user;            // as whom the service connects
     std::vector<std::string> preload;
     std::vector<std::string> messages;  // what the file's reader objects to
+    std::vector<std::string> slips;     // what is probably meant otherwise
 };
 
 // Reads the options' settings file or, when that says nothing of the service, OrvPhoneSystem.ini in the same folder.

@@ -279,6 +279,16 @@ TEST_F(Orvctl, SettingsCheckTellsWhatIsWrongWithAFile) {
     ExpectFailure({"settings", "check", bad}, 2, "no usable ConfPort");
 }
 
+TEST_F(Orvctl, SettingsCheckTellsWhatIsProbablyMeantOtherwise) {
+    const std::string file = folder_ / "slips.ini";
+    WriteFileText(file, "[general]\nPipePath=/run/Orv/pipe\n" + ReadFileText(settings_));
+    const RunResult result = Ctl({"settings", "check", file});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(
+        result.error,
+        "orvctl: " + file + ": PipePath stands under [general], where it does not count; move it under [General]\n");
+}
+
 TEST_F(Orvctl, SettingsCheckLooksAtTheFilesToPreload) {
     const std::string file = folder_ / "preload.ini";
     const auto write = [&](const std::string& keys) {
@@ -335,11 +345,13 @@ TEST_F(Orvctl, HelpAndVersionAreThereForEachCommand) {
 TEST_F(Orvctl, AWordThatIsNoCommandIsNamed) {
     RunResult result = Ctl({"fed", "list"});
     EXPECT_EQ(result.exitCode, 2);
-    EXPECT_EQ(result.error, "\"fed\" is no command here; \"orvctl --help\" lists those that there are.\n");
+    EXPECT_EQ(result.error, "orvctl: \"fed\" is no command here; \"orvctl --help\" lists those that there are.\n");
     result = Ctl({"feed", "lst"});
     EXPECT_EQ(result.exitCode, 2);
-    EXPECT_EQ(result.error, "\"lst\" is no command here; \"orvctl feed --help\" lists those that there are.\n");
-    EXPECT_NE(Ctl({"feed"}).error.find("A subcommand is required"), std::string::npos);
+    EXPECT_EQ(result.error, "orvctl: \"lst\" is no command here; \"orvctl feed --help\" lists those that there are.\n");
+    EXPECT_EQ(Ctl({"feed"}).error,
+              "orvctl: a command is missing; \"orvctl feed --help\" lists those that there are.\n");
+    EXPECT_EQ(Ctl({}).error, "orvctl: a command is missing; \"orvctl --help\" lists those that there are.\n");
 }
 
 // --- crash safety

@@ -89,12 +89,20 @@ TEST_F(ListenProgram, AFeedThatEndsEarlyIsSaid) {
 }
 
 TEST_F(ListenProgram, AMissingFeedIsSaidWithWhatToDo) {
+    std::filesystem::create_directory(folder_ / "p");
     Process process(Command({}));
     ASSERT_TRUE(process.WaitFor(10000));
     EXPECT_EQ(process.ExitCode(), 3);
     const std::string said = ReadFileText(folder_ / "err");
     EXPECT_NE(said.find("nobody serves the feed 'feed': No such file or directory"), std::string::npos) << said;
     EXPECT_NE(said.find("orvctl feed list"), std::string::npos) << said;
+}
+
+TEST_F(ListenProgram, AMissingFolderIsNamed) {
+    const RunResult result = OrvTest::Run({ORV_LISTEN, "feed", "--pipe-folder", folder_ / "p"});
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_NE(result.error.find("There is no folder " + (folder_ / "p") + ". Start the service"), std::string::npos)
+        << result.error;
 }
 
 // Who did not belong to the group of the pipes was asked whether the service runs.

@@ -124,8 +124,7 @@ TEST_F(ServiceCalls, AnEmptyRequestIsHarmless) {
     EXPECT_EQ(GetText(admin_->Call(AdminProtocol::CallApply, VX::ParamListHolder()), "result"), "ok");
 }
 
-// --- roles
-// ------------------------------------------------------------------------------------------------------------
+// --- roles -----------------------------------------------------------------------------------------------------------
 
 TEST_F(ServiceCalls, WrongCredentialsDoNotConnect) {
     Client client;
@@ -162,8 +161,7 @@ TEST_F(ServiceCalls, ARoleThatIsTakenAwayCountsAtTheNextCall) {
     EXPECT_EQ(GetText(second->Call(AdminProtocol::CallStatus, Request({})), "result"), "forbidden");
 }
 
-// --- administration
-// ---------------------------------------------------------------------------------------------------
+// --- administration --------------------------------------------------------------------------------------------------
 
 TEST_F(ServiceCalls, RowsAreListedWholeOrByTheirKey) {
     const auto all = GetLists(admin_->Call(AdminProtocol::CallListRows, Request({{"table", "AUDIOFEED"}})), "rows");

@@ -52,8 +52,7 @@ protected:
     std::unique_ptr<Store> store_;
 };
 
-// --- feeds
-// ------------------------------------------------------------------------------------------------------------
+// --- feeds -----------------------------------------------------------------------------------------------------------
 
 TEST_F(ValidationTest, AFeedTypeOutsideZeroToThreeIsRefused) {
     for (const i32 type : {-1, 4, INT32_MAX, INT32_MIN}) {
@@ -152,8 +151,7 @@ TEST_F(ValidationTest, APipeNameThatIsTooLongForItsFolderIsWarnedOf) {
     ExpectWarned(Apply("AUDIOFEED", std::string(32, '/'), {}), "pipename", "takes 96 bytes");
 }
 
-// --- announcements
-// ----------------------------------------------------------------------------------------------------
+// --- announcements ---------------------------------------------------------------------------------------------------
 
 TEST_F(ValidationTest, AnAnnouncementWithoutAFileIsRefused) {
     ExpectRefused(Apply("ANNOUNCEMENT", "a", {}), "thefile", "name the sound file");
@@ -180,8 +178,7 @@ TEST_F(ValidationTest, AnAnnouncementTypeOtherThanZeroAndOneIsWarnedOf) {
                  "counts as 0");
 }
 
-// --- parameters
-// -------------------------------------------------------------------------------------------------------
+// --- parameters ------------------------------------------------------------------------------------------------------
 
 TEST_F(ValidationTest, TheVolumeParameterIsAPercentage) {
     for (const char* value : {"", "101", "-1", "50%", " 5", "0x5", "1000"}) {
@@ -229,8 +226,7 @@ TEST_F(ValidationTest, AParameterWithoutANameOrWithATakenOneIsRefused) {
     ExpectRefused(store_->Apply({{"PARAMETER", Action::Add, 0, "X", {}}}), "name", "is there already");
 }
 
-// --- all of them
-// ------------------------------------------------------------------------------------------------------
+// --- all of them -----------------------------------------------------------------------------------------------------
 
 TEST_F(ValidationTest, AControlCharacterInAnyTextIsRefused) {
     const std::string controls[] = {"a\tb", "a\nb", "a\rb", std::string("a\0b", 3), "a\x1B[2J", "a\x7F", "a\xC2\x85"};

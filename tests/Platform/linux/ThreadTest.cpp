@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -38,6 +39,21 @@ TEST(ThreadTest, AThreadBearsItsNameCutTo15Characters) {
     EXPECT_EQ(NameOfNewThread("pump"), "pump");
     EXPECT_EQ(NameOfNewThread("exactly fifteen"), "exactly fifteen");
     EXPECT_EQ(NameOfNewThread("sixteen letters!"), "sixteen letters");
+}
+
+TEST(ThreadTest, LateWakingIsAllowedToAThreadAndThoseThatItStartsAndToNobodyElse) {
+    int own = 0;
+    int started = 0;
+    Thread late("late", [&] {
+        AllowLateWaking(5);
+        own = ::prctl(PR_GET_TIMERSLACK, 0, 0, 0, 0);
+        Thread inner("inner", [&] { started = ::prctl(PR_GET_TIMERSLACK, 0, 0, 0, 0); });
+        inner.Join();
+    });
+    late.Join();
+    EXPECT_EQ(own, 5'000'000) << "nanoseconds";
+    EXPECT_EQ(started, own);
+    EXPECT_LT(::prctl(PR_GET_TIMERSLACK, 0, 0, 0, 0), own);
 }
 
 TEST(ThreadTest, JoinWaitsForTheEndAndLeavesTheObjectEmpty) {

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "AudioFeeder/AnnouncementTable.h"
+#include "AudioFeeder/LibraryListeners.h"
 #include "AudioFeeder/PipeManager.h"
+#include "AudioFeeder/RequestFlags.h"
 #include "AudioFeeder/SharedValues.h"
 #include "ServiceProcess/Log.h"
 #include "ServiceProcess/LogAdapters.h"
@@ -227,6 +229,23 @@ TEST_F(DispatcherTest, AStandardExceptionEndsInTheLogAndTheNextEventIsTakenAsUsu
         Change("AUDIOFEED", "Inserted", Feed());
         Sleep(1);
         EXPECT_TRUE(world_.Pipes().IsServed("p"));
+    });
+}
+
+// With a size limit of a byte each line begins a file, which takes memory.
+TEST_F(DispatcherTest, AStandardExceptionInAListenerEndsInTheLogAndTheListenerReturns0) {
+    Orv::ClearRequests();
+    world_.Run([&] {
+        Orv::LogWriter::Instance().OpenLog("/log", 1);
+        for (const auto& listener : {+[] { return Orv::OnVXConnect("here", "there", "name", 0, 0, "DBProvider"); },
+                                     +[] { return Orv::OnVXDisconnect("", 0, 0); }}) {
+            FailNextAllocation();
+            EXPECT_EQ(listener(), 0);
+            const LogLine last = world_.Log().back();
+            EXPECT_EQ(last.word + "|" + last.source + "|" + last.text, "Excep|OrvAudioFeeder|std::bad_alloc");
+        }
+        EXPECT_FALSE(Orv::WaitForAnyRequest()) << "the host was told of the loss before";
+        Orv::LogWriter::Instance().OpenLog("/log", 1'000'000);
     });
 }
 

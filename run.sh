@@ -39,7 +39,17 @@ done
 orv_install $ORV_RUN_PACKAGES
 mkdir -p build run
 [ -x build/release/bin/orv-audio-feed ] || echo "Building (the first time takes some minutes) ..."
-if ! { cmake --preset release && cmake --build build/release; } >build/release.log 2>&1; then
+# On a terminal, how far it is.
+show_steps() {
+    local line
+    while IFS= read -r line; do
+        case $line in
+            \[*/*\]*) [ ! -t 1 ] || printf '\r\033[K%s' "${line%%]*}]" ;;
+        esac
+    done
+    [ ! -t 1 ] || printf '\r\033[K'
+}
+if ! { cmake --preset release && cmake --build build/release; } 2>&1 | tee build/release.log | show_steps; then
     tail -n 30 build/release.log >&2
     echo "The build failed; its whole output is in build/release.log" >&2
     exit 1

@@ -20,6 +20,7 @@ import sys
 import termios
 import threading
 import time
+from xml.etree import ElementTree
 
 from machine import Machine, StandIn
 from support import (SKIPPED, TREE, build_packages, in_namespaces_of_its_own, loudest, make_mp3, make_stereo_flac, need, run,
@@ -28,6 +29,7 @@ from support import (SKIPPED, TREE, build_packages, in_namespaces_of_its_own, lo
 OURS = ("orv-audio-feed", "orv-config", "orvctl", "orv-listen", "orv-publish", "orv-convert")
 PROGRAM = re.compile(r"(\./[^ ]+\.sh\b|packaging/[^ ]+\.sh\b|build/|(" + "|".join(OURS) + r"|apt|adduser|chown|cp|curl|ffmpeg|man|sox|"
                      r"systemctl|systemd-[a-z]+|journalctl)\s)")
+COLOUR = re.compile(r"\x1b\[\d+m")
 LONGEST = 60  # seconds for a command that ends by itself
 STOPPED_AFTER = 10
 METER = r"\] +-[1-6]?\d\.\d dB  peak"  # no silence, which is -96 dB or less
@@ -48,7 +50,7 @@ class Typed:
 
     def __init__(self, machine, line, user, folder, environment):
         self.line = line
-        self.said = ""
+        self.said = ""  # without colours
         self.began = time.monotonic()
         self.terminal, there = pty.openpty()
         fcntl.ioctl(there, termios.TIOCSWINSZ, struct.pack("HHHH", 30, 120, 0, 0))
@@ -69,7 +71,7 @@ class Typed:
                 return
             if not data:
                 return
-            self.said += data.decode(errors="replace")
+            self.said = COLOUR.sub("", self.said + data.decode(errors="replace"))
 
     def type(self, text):
         os.write(self.terminal, text.encode())
@@ -138,6 +140,7 @@ class Page:
                             "ORV_COMPRESSION": "-Zgzip -z1",  # as the tests of the packages have it
                             "MANPAGER": "cat", "PAGER": "cat"}
         self.running = []
+        self.said = {}
         self.count = 0
 
     def find(self, line):
@@ -168,6 +171,7 @@ class Page:
                     typed.wait_for(r"\[Y/n\]", LONGEST)
                     typed.type(expected.answer)
                 typed.end(expected)
+            self.said[line] = typed
             print(f"{time.monotonic() - self.began:6.1f} s  {line}", flush=True)
         # Who listens first, then what is listened to.
         for typed, expected in reversed(running):
@@ -216,6 +220,15 @@ GUIDE = [
 ]
 
 
+def check_picture(shown):
+    """The page's picture has the headings that are shown, which it would keep after they have changed."""
+    with open(f"{TREE}/README.md", encoding="utf-8") as file:
+        name = re.search(r"!\[[^]]*\]\((docs/[^)]*\.svg)\)", file.read())[1]
+    words = [text.text for text in ElementTree.parse(f"{TREE}/{name}").iter() if text.tag.endswith("}text")]
+    headings = words[words.index("PIPE"):words.index("PLAYS") + 1]
+    need(re.search(" +".join(headings), shown), f"{name} shows the headings {headings}, and orvctl:\n{shown[-2000:]}")
+
+
 def readme(machine, programs):
     run("useradd", "--root", machine.path, "--create-home", "reader")
     home = "/home/reader"
@@ -232,6 +245,7 @@ def readme(machine, programs):
     page = Page(machine, "reader", copy, f"{home}/bin:{copy}/build/release/bin:/usr/bin:/bin", README)
     with open(f"{TREE}/README.md", encoding="utf-8") as file:
         page.type_all(file.read())
+    check_picture(page.said[CTL + "status --watch"].said)
     heard = samples_of(machine / f"{copy}/hold.wav")
     need(len(heard) == 80000 and loudest(heard) > 500, f"hold.wav has {len(heard)} samples, the loudest {loudest(heard)}")
 

@@ -38,6 +38,12 @@ done
 # shellcheck disable=SC2086
 orv_install $ORV_RUN_PACKAGES
 mkdir -p build run
+# The programs that it starts hold the lock too, so that none is left when another begins.
+exec 9>run/lock
+if ! flock -n 9; then
+    echo "Another ./run.sh plays from this folder already, or has left its programs behind: end it with Ctrl-C first" >&2
+    exit 1
+fi
 [ -x build/release/bin/orv-audio-feed ] || echo "Building (the first time takes some minutes) ..."
 # On a terminal, how far it is.
 show_steps() {
@@ -184,7 +190,12 @@ done
 log_file() { find "$data/Data/Logs" -maxdepth 1 -name '*.log' 2>/dev/null | sort | tail -n 1; }
 playing() { # feed
     local log=$1 feed=$2 line
-    line=$(grep -a "as $feed\[" "$log" 2>/dev/null | grep -a -E 'Start next audio file |Play announcement: ' | tail -n 1) || true
+    line=$(grep -a "as $feed\[" "$log" 2>/dev/null |
+        grep -a -E 'Start next audio file |(Play|Pause) announcement: ' | tail -n 1) || true
+    case $line in
+        # The announcement has ended, and the music goes on.
+        *"Pause announcement: "*) line=$(grep -a "as $feed\[.*Start next audio file " "$log" | tail -n 1) || true ;;
+    esac
     case $line in
         *"Play announcement: "*) echo "${line##*Play announcement: }" | sed 's/.*\[\(.*\)\]/\1/;s#.*/##;s/$/ (announcement)/' ;;
         *"Start next audio file "*) echo "${line##*/}" ;;

@@ -182,6 +182,10 @@ Target FindTarget(const ConnectionOptions& options) {
     return target;
 }
 
+bool IsThisMachine(const std::string& host) {
+    return host == "localhost" || host == "::1" || host.rfind("127.", 0) == 0;
+}
+
 std::string SettingsFileOf(const ConnectionOptions& options) {
     const std::string file = options.configFile.empty() ? FindUsualFile() : options.configFile;
     if (file.empty()) NoFile();

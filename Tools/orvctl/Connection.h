@@ -30,6 +30,9 @@ struct ConnectionOptions {
 // reader objects to goes to standard error.
 Target FindTarget(const ConnectionOptions& options);
 
+// Whether an address is one of this machine's loopback.
+bool IsThisMachine(const std::string& host);
+
 // Looks at a settings file as the audio feed service would read it; an empty path stands for the usual places. Throws
 // ToolError when the service could not connect with it. The path that was looked at.
 std::string CheckSettings(const std::string& path);
@@ -50,6 +53,8 @@ public:
     // All rows of a table, or throws.
     std::vector<Row> Rows(const Table& table);
     Row FindRow(const Table& table, const std::string& key);
+    // Whether the service runs on this machine, so that the files that rows name are here.
+    bool IsToThisMachine() const { return IsThisMachine(target_.host); }
 
 private:
     void OnSignal(const std::string&, VX::ParamListHolder) override {}

@@ -22,10 +22,6 @@ void AddError(const ToolError& error, Ailments& ailments) {
 // Where the package keeps the database; nothing else tells.
 constexpr char kDatabaseFolder[] = "/var/lib/Orv/Config";
 
-bool IsThisMachine(const std::string& host) {
-    return host == "localhost" || host == "::1" || host.rfind("127.", 0) == 0;
-}
-
 class Doctor {
 public:
     explicit Doctor(const CommandContext& context) : context_(context) {}

@@ -1,6 +1,7 @@
 #include <cstdio>
 
 #include "Platform/PrivateFile.h"
+#include "Projects/Common/VoIPFileEngine/ContentCheck.h"
 #include "Tools/orvctl/Commands.h"
 #include "Tools/orvctl/Report.h"
 #include "Tools/orvctl/RowFile.h"
@@ -29,6 +30,24 @@ void TellResult(const CommandContext& context, const ApplyResult& result) {
         text[0] = static_cast<char>(text[0] >= 'a' && text[0] <= 'z' ? text[0] - 'a' + 'A' : text[0]);
         for (const std::string& sentence : HeardWhen(change)) text += "  " + sentence + "\n";
         Print(text);
+    }
+}
+
+// A file that cannot be played is taken all the same: it may come later, or be held in memory. Relative names depend on
+// where the service runs.
+void WarnOfFiles(const Connection& connection, const std::vector<Change>& changes) {
+    if (!connection.IsToThisMachine()) return;
+    for (const Change& change : changes) {
+        const bool isDefaultFile = change.table == Tables()[Parameter].name && change.key == "DEFAULTAUDIOFILE";
+        if (!isDefaultFile && change.table != Tables()[Announcement].name) continue;
+        for (const auto& [column, value] : change.values) {
+            const auto* file = std::get_if<std::string>(&value);
+            if (column != (isDefaultFile ? "value" : "thefile") || file == nullptr || !file->starts_with('/')) continue;
+            if (const std::string why = WhyNotPlayable(*file); !why.empty()) {
+                std::fprintf(stderr, "orvctl: warning: \"%s\" does not play as it stands: %s\n", file->c_str(),
+                             why.c_str());
+            }
+        }
     }
 }
 
@@ -91,7 +110,9 @@ void ChangeRow(const CommandContext& context, const TableWords& words, Action ac
     if (action == Action::Set && change.values.empty()) {
         throw ToolError(ExitCode::BadCommandLine, "Nothing to set; name at least one column, or --unset");
     }
-    TellResult(context, context.Connect().Apply({change}));
+    Connection connection = context.Connect();
+    TellResult(context, connection.Apply({change}));
+    WarnOfFiles(connection, {change});
 }
 
 void ApplyFile(const CommandContext& context, const std::string& path) {
@@ -102,7 +123,9 @@ void ApplyFile(const CommandContext& context, const std::string& path) {
                         "The file " + path + " cannot be read: " + Platform::SystemErrorText(error));
     }
     const std::vector<Change> changes = ParseRowFile(text);
-    TellResult(context, context.Connect().Apply(changes));
+    Connection connection = context.Connect();
+    TellResult(context, connection.Apply(changes));
+    WarnOfFiles(connection, changes);
 }
 
 void ExportRows(const CommandContext& context) {

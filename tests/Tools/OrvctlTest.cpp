@@ -81,6 +81,23 @@ TEST_F(Orvctl, AnAnnouncementIsAddedListedShownChangedAndRemoved) {
     EXPECT_EQ(MustJson({"announcement", "list"}), Json::array());
 }
 
+// A slip in the name of the default file silences the whole exchange, and nothing was said.
+TEST_F(Orvctl, AFileThatDoesNotPlayIsTakenWithAWarning) {
+    const RunResult missing = Ctl({"parameter", "set", "DEFAULTAUDIOFILE", "/srv/none.wav"});
+    EXPECT_EQ(missing.exitCode, 0);
+    EXPECT_EQ(missing.error,
+              "orvctl: warning: \"/srv/none.wav\" does not play as it stands: it cannot be opened: No such file or "
+              "directory\n");
+    const std::string text = folder_ / "letter.wav";
+    WriteFileText(text, std::string(100, 'x'));
+    EXPECT_THAT(Ctl({"announcement", "add", "a", "--file", text}).error, HasSubstr("letter.wav\" does not play"));
+    const std::string raw = folder_ / "sound.raw";
+    WriteFileText(raw, std::string(16000, '\0'));
+    for (const std::string name : {raw, std::string("\\\\.\\pipe\\radio"), std::string("relative.wav")}) {
+        EXPECT_EQ(Ctl({"announcement", "set", "a", "--file", name}).error, "") << name;
+    }
+}
+
 TEST_F(Orvctl, AParameterIsSetWhetherItIsThereOrNot) {
     Must({"parameter", "set", "SYSTEMLOGGINGLEVEL", "--value", "2"});
     Must({"parameter", "set", "SYSTEMLOGGINGLEVEL", "3"});

@@ -124,12 +124,15 @@ void Checker::OnMessage(u64 thread, const std::string& word, const std::string& 
 }
 
 void Checker::OnEngineLine(u64 thread, const std::string& word, std::string_view text) {
+    const bool ofPipe = text.starts_with("VoIPFileEngine/PipeStream(");
     const std::size_t end = text.find(") ");
     if (end == std::string_view::npos) return;
     text.remove_prefix(end + 2);
     const std::string line = word + "|" + std::string(text);
-    if (text.starts_with("Provided (") || text.starts_with("Added chunk, ") ||
-        text.starts_with("Remove obsolete data: ")) {
+    if (ofPipe) {
+        OnSourceLine(line);
+    } else if (text.starts_with("Provided (") || text.starts_with("Added chunk, ") ||
+               text.starts_with("Remove obsolete data: ")) {
         if (!world_.exact) return;
         std::string wanted;
         if (!world_.box.OnLine(line, ModelWorld::Now(), wanted)) {
@@ -139,6 +142,20 @@ void Checker::OnEngineLine(u64 thread, const std::string& word, std::string_view
         const auto pump = byThread_.find(thread);
         if (pump != byThread_.end()) pump->second->OnPumpLine(line);
     }
+}
+
+// Of the connection to a live source; who shares it is told by other lines.
+void Checker::OnSourceLine(const std::string& line) {
+    if (!world_.exact || line.ends_with(" storage") || line.ends_with("(ies)")) return;
+    std::string wanted;
+    for (auto& [path, source] : world_.live) {
+        if (line.find(path) == std::string::npos) continue;
+        if (!source.OnLine(line, wanted)) {
+            world_.Fail("a live source's line \"" + line + "\" came for \"" + wanted + "\"");
+        }
+        return;
+    }
+    world_.Fail("a line of an unknown live source: " + line);
 }
 
 // "Channel <name> as <pipe>[<instance>]:<text>"
@@ -180,8 +197,18 @@ FeedModel* Checker::FeedOn(const std::string& pipe) const {
     return found == byPipe_.end() ? nullptr : found->second;
 }
 
+namespace {
+
+// Those who serve live sound are the driver's, and it tells itself what they do.
+bool IsSource(const ModelWorld& world, const std::string& name) {
+    return world.live.count(kPipeRoot + name) != 0;
+}
+
+}  // namespace
+
 // A feed begins and ends with its pipe's endpoint, whether lines tell of it or not.
 void Checker::OnEndpoint(const std::string& name) {
+    if (IsSource(world_, name)) return;
     if (building_ != nullptr) building_->EndBuild(true);
     if (builds_.empty() || builds_.front().Text("pipename") != name) {
         world_.Fail("a feed is built that nobody asked for, on \"" + name + "\"");
@@ -207,6 +234,7 @@ FeedModel* Checker::PumpOf(const std::string& pipe) {
     const u64 thread = Platform::CurrentThreadId();
     const auto known = byThread_.find(thread);
     if (known != byThread_.end()) return known->second;
+    if (IsSource(world_, pipe)) return nullptr;
     FeedModel* feed = FeedOn(pipe);
     if (feed == nullptr || feed->PumpThread() != 0) {
         world_.Fail("a thread serves \"" + pipe + "\" that is no pump of it");
@@ -256,6 +284,11 @@ void Checker::OnClientRead(Platform::PipeId client, const u8* data, u64 count) {
 void Checker::CheckEnd() {
     for (const auto& [serial, feed] : feeds_) {
         world_.Fail("feed number " + std::to_string(serial) + " on \"" + feed->Pipe() + "\" outlives the service");
+    }
+    for (const auto& [path, source] : world_.live) {
+        if (world_.exact && !source.Missing().empty()) {
+            world_.Fail("a line of a live source never came: " + source.Missing());
+        }
     }
     if (!world_.box.Missing().empty()) world_.Fail("a line of the default set never came: " + world_.box.Missing());
     if (!managerLines_.empty()) world_.Fail("this line never came: " + managerLines_.front());

@@ -84,6 +84,7 @@ private:
     void OnMessage(u64 thread, const std::string& word, const std::string& source, std::string_view text);
     void OnEngineLine(u64 thread, const std::string& word, std::string_view text);
     void OnFeedLine(u64 thread, const std::string& word, std::string_view text);
+    void OnSourceLine(const std::string& line);
     void OnManagerLine(const std::string& line);
     bool MayShow(const std::string& word, bool ofEngine) const;
     void ExpectManagerLine(const std::string& line);

@@ -104,6 +104,7 @@ void Checker::EndChange() {
         otherLevels_ = world_.levels;
         otherLevelsAt_ = ModelWorld::Now();
         SetLevel(*level_);
+        for (auto& [path, source] : world_.live) source.LevelChanged();
         level_.reset();
     }
     if (!managerLines_.empty()) world_.Fail("this line is missing: " + managerLines_.front());

@@ -83,6 +83,8 @@ private:
     void Decide();
     void Produce();
     void CheckLimit() const;
+    void CheckHold(bool bySource) const;
+    bool RingMayHaveMoved() const;
     Level LevelThatCounts() const { return own_.limit != 0 ? own_ : world_.global; }
 
     ModelWorld& world_;
@@ -121,6 +123,8 @@ private:
     u64 lastWriteTime_ = 0;
     bool block_ = false;
     bool sounds_ = false;
+    LiveFrame inRing_;         // where the block lies, if that is in a ring
+    u64 passSourceBytes_ = 0;  // of all sources, when the pass began
     i16 samples_[kBlockSamples] = {};
     i16 input_[kBlockSamples] = {};
     std::size_t writing_ = 0;  // of connections_

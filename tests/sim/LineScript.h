@@ -16,6 +16,8 @@ struct ScriptStep {
     // What happens then, or in its place for a step without a line.
     std::function<void()> then;
     bool prefixOnly = false;
+    // In force when the thread comes to it; set by the script.
+    LogLevels levels = {};
 };
 
 class LineScript {
@@ -23,12 +25,15 @@ public:
     explicit LineScript(const LogLevels& levels) : levels_(levels) {}
 
     void Expect(std::string line, bool prefixOnly = false) {
-        steps_.push_back({[text = std::move(line)] { return text; }, {}, prefixOnly});
+        steps_.push_back({[text = std::move(line)] { return text; }, {}, prefixOnly, levels_});
     }
-    void Expect(ScriptStep step) { steps_.push_back(std::move(step)); }
+    void Expect(ScriptStep step) {
+        step.levels = levels_;
+        steps_.push_back(std::move(step));
+    }
     // Takes its effect as soon as all steps in front of it are done.
     void Do(std::function<void()> action) {
-        steps_.push_back({{}, std::move(action), false});
+        steps_.push_back({{}, std::move(action), false, levels_});
         RunSilentSteps();
     }
     // Takes a line; false with what was expected when it is another one.
@@ -61,7 +66,7 @@ private:
             const ScriptStep step = std::move(steps_.front());
             steps_.pop_front();
             std::string expected = step.expected ? step.expected() : std::string();
-            if (step.expected && levels_.Shows(expected)) {
+            if (step.expected && step.levels.Shows(expected)) {
                 line = std::move(expected);
                 then = step.then;
                 prefixOnly = step.prefixOnly;

@@ -31,6 +31,11 @@ std::shared_ptr<OpenedFile> SharedFiles::Get(const std::string& path) {
     return opened;
 }
 
+const LiveSource* SharedFiles::Live(const std::string& path) const {
+    const auto found = live_.find(path);
+    return found == live_.end() ? nullptr : &found->second;
+}
+
 // The driver writes the plainest header only: 44 bytes, the data behind them.
 std::shared_ptr<OpenedFile> SharedFiles::Open(const std::string& path) const {
     auto opened = std::make_shared<OpenedFile>();
@@ -153,6 +158,9 @@ ItemModel::ItemModel(u32 id, const std::string& name, SharedFiles& files, BoxMod
         if (opened == nullptr) return;
         kind_ = Kind::File;
         file_ = std::make_unique<FileModel>(files, name, std::move(opened), now);
+    } else if (const LiveSource* source = files.Live(PipePathOf(name))) {
+        kind_ = Kind::Live;
+        live_ = std::make_unique<LiveReader>(*source);
     }
 }
 
@@ -165,6 +173,7 @@ ItemModel::~ItemModel() {
 void ItemModel::Rewind(u64 now) {
     remainingBytes_ = totalBytes_;
     if (file_ != nullptr) file_->Rewind(now);
+    if (live_ != nullptr) live_->Rewind();
 }
 
 bool ItemModel::Next(u64 now, u8* frame, u32 bytes, bool& sounds, Lines& lines) {
@@ -183,6 +192,9 @@ bool ItemModel::Next(u64 now, u8* frame, u32 bytes, bool& sounds, Lines& lines) 
         case Kind::Box:
             box_->CatchUp(now);
             BoxModel::Read(*consumer_, frame, bytes / 2, lines);
+            return sounds = true;
+        case Kind::Live:
+            isLive_ = live_->Next(frame, bytes);
             return sounds = true;
     }
     return false;

@@ -9,15 +9,14 @@
 #include <vector>
 
 #include "tests/sim/ModelDisk.h"
+#include "tests/sim/ModelLines.h"
+#include "tests/sim/ModelSource.h"
 
 namespace OrvSim {
 
 constexpr u32 kBlockSamples = 1000;
 constexpr u32 kBlockBytes = 2 * kBlockSamples;
 constexpr u64 kMillisecond = 1'000'000;
-
-// The lines that a step of the model must leave in the log: "<word>|<text>".
-using Lines = std::deque<std::string>;
 
 // An open file, one for all who play the same path at the same time.
 struct OpenedFile {
@@ -29,15 +28,18 @@ struct OpenedFile {
 
 class SharedFiles {
 public:
-    explicit SharedFiles(const ModelDisk& disk) : disk_(disk) {}
+    SharedFiles(const ModelDisk& disk, const LiveSources& live) : disk_(disk), live_(live) {}
     // Null when it cannot be opened, or is no sound.
     std::shared_ptr<OpenedFile> Get(const std::string& path);
     const ModelDisk& Disk() const { return disk_; }
+    // Null when there is none.
+    const LiveSource* Live(const std::string& path) const;
 
 private:
     std::shared_ptr<OpenedFile> Open(const std::string& path) const;
 
     const ModelDisk& disk_;
+    const LiveSources& live_;
     std::map<std::string, std::weak_ptr<OpenedFile>> opened_;
 };
 
@@ -89,7 +91,7 @@ struct Consumer {
 class BoxModel;
 class ItemModel {
 public:
-    enum class Kind { Fake, Gap, File, Box };
+    enum class Kind { Fake, Gap, File, Box, Live };
 
     // Opens what `name` says.
     ItemModel(u32 id, const std::string& name, SharedFiles& files, BoxModel* box, u64 now);
@@ -102,6 +104,10 @@ public:
     void Rewind(u64 now);
     // False at the end. `sounds`: whether there is a frame.
     bool Next(u64 now, u8* frame, u32 bytes, bool& sounds, Lines& lines);
+    // Where the last frame lies, if that is in a ring.
+    LiveFrame InRing() const { return live_ != nullptr ? live_->Frame() : LiveFrame(); }
+    // Whether the last frame was sound of a live source.
+    bool IsLive() const { return isLive_; }
 
 private:
     const u32 id_;
@@ -112,6 +118,8 @@ private:
     std::unique_ptr<FileModel> file_;
     BoxModel* box_ = nullptr;
     std::shared_ptr<Consumer> consumer_;
+    std::unique_ptr<LiveReader> live_;
+    bool isLive_ = false;
 };
 
 }  // namespace OrvSim

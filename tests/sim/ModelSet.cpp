@@ -55,6 +55,8 @@ i16 SetModel::Scale(i16 sample, i32 target) {
 }
 
 bool SetModel::Next(u64 now, i16* out, Events& events, Lines& lines) {
+    inRing_ = {};
+    isLive_ = false;
     if (mask_ == 0) return false;
     i16 main[kBlockSamples];
     i16 overlay[kBlockSamples];
@@ -67,10 +69,14 @@ bool SetModel::Next(u64 now, i16* out, Events& events, Lines& lines) {
         gain_ = 0.0F;
     }
     if ((mask_ & 2) != 0) overlaySounds = Step(overlay_, now, overlay, events, lines);
+    if (mainSounds) isLive_ = main_.items[main_.cursor].IsLive();
+    if (overlaySounds) isLive_ = isLive_ || overlay_.items[overlay_.cursor].IsLive();
     if (!mainSounds) {
+        if (overlaySounds) inRing_ = overlay_.items[overlay_.cursor].InRing();
         if (overlaySounds) std::memcpy(out, overlay, frameBytes_);
         return overlaySounds;
     }
+    if (!overlaySounds && ramp_ == kFull) inRing_ = main_.items[main_.cursor].InRing();
     const u32 samples = frameBytes_ / 2;
     for (u32 i = 0; i < samples; ++i) {
         if (overlaySounds) {

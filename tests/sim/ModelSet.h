@@ -23,6 +23,9 @@ public:
     // The next frame; false when there is none.
     bool Next(u64 now, i16* out, Events& events, Lines& lines);
     i32 Ramp() const { return ramp_; }
+    // Where the last frame lies, if it was handed out just as it lies in a ring; and whether live sound was in it.
+    const LiveFrame& InRing() const { return inRing_; }
+    bool IsLive() const { return isLive_; }
 
 private:
     struct List {
@@ -43,6 +46,8 @@ private:
     u32 mask_ = 0;
     i32 ramp_ = 0;  // in steps of one ten-thousandth
     float gain_ = 0.0F;
+    LiveFrame inRing_;
+    bool isLive_ = false;
 };
 
 }  // namespace OrvSim

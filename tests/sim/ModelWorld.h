@@ -35,13 +35,17 @@ struct Counts {
     u64 slowCalls = 0;
     u64 tableChecks = 0;
     u64 levelChanges = 0;  // of the log
+    u64 sources = 0;       // times that somebody served live sound
+    u64 sourceStalls = 0;
+    u64 sourceBytes = 0;
+    u64 liveBlocks = 0;  // made of live sound, alone or mixed
     u64 logLines = 0;
     void Add(const Counts& other);
 };
 
 class ModelWorld {
 public:
-    explicit ModelWorld(Platform::Sim::SimFiles& simFiles) : disk(simFiles), files(disk), box(files, levels) {
+    explicit ModelWorld(Platform::Sim::SimFiles& simFiles) : disk(simFiles), files(disk, live), box(files, levels) {
         disk.beforeChange = [this] { box.CatchUp(Now()); };
     }
 
@@ -56,6 +60,8 @@ public:
 
     LogLevels levels;  // in force now
     ModelDisk disk;
+    LiveSources live;
+    u64 sourceVanished = 0;  // when one did last
     SharedFiles files;
     BoxModel box;
     Level global;

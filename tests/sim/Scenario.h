@@ -26,6 +26,8 @@ public:
     void Prepare();
     // Plays until the time is over, or something is found wrong; leaves everything calm. On a simulated thread.
     void Play();
+    // The pipes of the live sources are wanted from now on. The paths.
+    std::vector<std::string> BeginSources();
 
 private:
     // --- ScenarioWorld.cpp
@@ -36,7 +38,15 @@ private:
     Row MakeAnnouncement(i32 id);
     std::string AnyFile();
     Row Parameter(i32 id, const char* name, const std::string& value) const;
+    std::string AnySource();
     void SettleDown();
+
+    // --- ScenarioSources.cpp
+    void ServeSource(Rng rng, LiveSource& source);
+    bool MeetService(Rng& rng, LiveSource& source, Platform::IPipeInstance& instance);
+    void SendSound(Rng& rng, LiveSource& source, Platform::IPipeInstance& instance);
+    void BeginSourceStep(const LiveSource& source);
+    void SleepAsSource(Rng& rng, u64 low, u64 high);
 
     // --- ScenarioThreads.cpp
     void Clients(Rng rng);

@@ -10,7 +10,8 @@ namespace OrvSim {
 void Scenario::SleepOdd(Rng& rng, u64 low, u64 high) {
     const u64 milliseconds = low + rng.Below(high - low + 1);
     const u64 odd = world_.exact ? 100'001 + rng.Below(700'000) : 0;
-    sim_.AdvanceTo(sim_.Now() + milliseconds * kMillisecond + odd);
+    const u64 end = sim_.Now() + milliseconds * kMillisecond + odd;
+    sim_.AdvanceTo(world_.exact ? end / 2 * 2 : end);
 }
 
 // --- clients --------------------------------------------------------------------------------------------------------
@@ -154,7 +155,12 @@ std::string Scenario::AnyLevel(Rng& rng) const {
 void Scenario::ChangeParameter(Rng& rng) {
     const u64 which = rng.Below(6);
     if (which == 0) config_.Commit({"PARAMETER", 1, Parameter(1, "SYSTEMLOGGINGLEVEL", AnyLevel(rng))});
-    if (which == 1) config_.Commit({"PARAMETER", 2, Parameter(2, "DEFAULTAUDIOFILE", rng.Chance(10) ? "" : AnyFile())});
+    if (which == 1)
+        config_.Commit({"PARAMETER", 2,
+                        Parameter(2, "DEFAULTAUDIOFILE",
+                                  rng.Chance(10)   ? ""
+                                  : rng.Chance(30) ? AnySource()
+                                                   : AnyFile())});
     if (which == 2) {
         const std::string percent = rng.Chance(10) ? "none" : std::to_string(rng.Between(-5, 120));
         config_.Commit({"PARAMETER", 4, Parameter(4, "AUDIO_PROVIDER_MAX_VOLUME", percent)});

@@ -101,12 +101,29 @@ std::string Scenario::AnyFile() {
     return paths[rng_.Below(paths.size())];
 }
 
+// Under any of its names.
+std::string Scenario::AnySource() {
+    const std::string digit = std::to_string(rng_.Below(world_.live.size()));
+    constexpr const char* forms[] = {"\\\\.\\pipe\\live", "live", "/any/where/Live"};
+    const u64 form = rng_.Below(std::size(forms));
+    return forms[form] + digit + (form == 0 ? "" : rng_.Chance(50) ? ".pipe" : ".PIPE");
+}
+
+std::vector<std::string> Scenario::BeginSources() {
+    std::vector<std::string> paths;
+    for (auto& [path, source] : world_.live) {
+        source.Begin();
+        paths.push_back(path);
+    }
+    return paths;
+}
+
 Row Scenario::MakeAnnouncement(i32 id) {
     Row row;
     if (!rng_.Chance(4)) row.fields["idannouncement"] = id;
     row.fields["thename"] = "a" + std::to_string(rng_.Below(12));
     row.fields["thetype"] = static_cast<i32>(rng_.Below(3));
-    row.fields["thefile"] = AnyFile();
+    row.fields["thefile"] = rng_.Chance(8) ? AnySource() : AnyFile();
     return row;
 }
 
@@ -119,6 +136,10 @@ Row Scenario::Parameter(i32 id, const char* name, const std::string& value) cons
 }
 
 void Scenario::Prepare() {
+    for (const char* digit : {"0", "1"}) {
+        const std::string path = std::string(kPipeRoot) + "live" + digit;
+        world_.live.try_emplace(path, path, world_.levels);
+    }
     sim_.Files().AddFile("/Bin/OrvPhoneSystem.ini",
                          "[General]\nAppDataPath=/data\n"
                          "[ConfService]\nconfNIC=10.0.0.1\nConfPort=5060\nconfUser=feeder\nconfPass=secret\n");
@@ -172,6 +193,9 @@ void Scenario::Play() {
         threads.emplace_back("client", [this, rng = rng_.Fork()] { Clients(rng); });
     }
     threads.emplace_back("changes", [this, rng = rng_.Fork()] { ChangeThings(rng); });
+    for (auto& [path, source] : world_.live) {
+        threads.emplace_back("source", [this, rng = rng_.Fork(), &source = source] { ServeSource(rng, source); });
+    }
     threads.emplace_back("disk", [this, rng = rng_.Fork()] { BreakDisk(rng); });
     const u64 end = sim_.Now() + options_.seconds * 1000 * kMillisecond;
     while (!Over() && sim_.Now() < end) Platform::SleepMilliseconds(500);

@@ -7,6 +7,7 @@
 #include "AudioFeeder/SharedValues.h"
 #include "AudioFeeder/UpdateDispatcher.h"
 #include "ConfigClient/ConfigConnection.h"
+#include "Projects/Common/VoIPFileEngine/PipeStream.h"
 #include "ServiceProcess/Log.h"
 #include "tests/sim/Scenario.h"
 
@@ -83,6 +84,7 @@ private:
         Platform::Thread driver("driver", [this] {
             while (ConfigConnection::ChangeListener.load() != &Orv::OnConfigUpdate) Platform::SleepMilliseconds(1);
             ConfigConnection::ChangeListener.store(&OnChange);
+            if (world_.exact) KeepSources();
             scenario_.Play();
             checker_.OnStop();
             sim_.Service().SendControl(1);
@@ -91,11 +93,22 @@ private:
         Orv::RunServices();
         Orv::ClearServices();
         driver.Join();
+        keepers_.clear();
         Orv::LogWriter::Instance().CloseLog();
         Orv::IPipeManager::Instance() = nullptr;
         ConfigConnection::ChangeListener.store(nullptr);
         Orv::channelsStopping.store(false);
         if (!world_.Failed()) checker_.CheckEnd();
+    }
+
+    // Somebody plays each live source all the time, so that no change has to wait for the end of a source's thread;
+    // while threads race, many do.
+    void KeepSources() {
+        for (const std::string& path : scenario_.BeginSources()) {
+            MTObjects::THolder<Orv::IPipeStream> keeper(new Orv::IPipeStream);
+            if (!keeper->Open(path.c_str(), keptFrame_, sizeof keptFrame_)) world_.Fail("cannot open " + path);
+            keepers_.push_back(keeper);
+        }
     }
 
     void CheckLeftovers() {
@@ -112,6 +125,8 @@ private:
     Checker checker_;
     ConfigSide config_;
     Scenario scenario_;
+    std::vector<MTObjects::THolder<Orv::IPipeStream>> keepers_;
+    u8 keptFrame_[kBlockBytes] = {};
 };
 
 }  // namespace

@@ -35,6 +35,8 @@ void PlayPart(u64 part) {
     EXPECT_GT(counts.announcements, 0U);
     EXPECT_GT(counts.rests, 0U);
     EXPECT_GT(counts.tableChecks, 0U);
+    EXPECT_GT(counts.levelChanges, 0U);
+    EXPECT_GT(counts.liveBlocks, 0U);
 }
 
 TEST(SimulationTest, Seeds1To25AreRight) {

@@ -18,6 +18,8 @@ MANAGER = "AudioFeeder/PipeManager.cpp"
 DISPATCHER = "AudioFeeder/UpdateDispatcher.cpp"
 ENGINE = "Projects/Common/VoIPFileEngine/"
 TABLES = "ConfigClient/ObjectList.cpp"
+PIPE = ENGINE + "PipeMusicBox.cpp"
+LOG = "ServiceProcess/Log"
 
 # Name, source, the text there, what stands in its place; P is the fault's own switch, ONE_IN(n) that each n-th time.
 FAULTS = [
@@ -72,6 +74,22 @@ FAULTS = [
      "sampleCount_ = nibbles + (P ? 0 : 1);"),
     ("ABadCompressedBlockIsPlayed", ENGINE + "ADPCMDecoder.cpp", "if (stepIndex_ >= kSteps.size()) {",
      "if (P && stepIndex_ >= kSteps.size()) stepIndex_ = 88;\n    if (stepIndex_ >= kSteps.size()) {"),
+    ("ALiveReaderThatFellBehindJoinsOneSampleOff", ENGINE + "PipeStream.cpp", "position_ = head - RejoinLag;",
+     "position_ = head - RejoinLag + (P ? 2 : 0);"),
+    ("HalfASampleOfALiveSourceIsCounted", ENGINE + "PipeStream.cpp", "const u64 head = ring.TakeHead();",
+     "const u64 head = ring.TakeHead() + (P ? ring.written.load() & 1 : 0);"),
+    ("TheSecondPieceOfALiveFrameIsOneSampleOff", ENGINE + "ILoopBuffer.cpp", "Load(data[(position + i) % Size])",
+     "Load(data[(position + i + (P && position % Size + i >= Size ? 2 : 0)) % Size])"),
+    ("TheRingOfALiveSourceOutlivesItsConnection", PIPE, "    buffer_->Reset();", "    if (!P) buffer_->Reset();"),
+    ("ALiveSourceThatWasLostIsNotTriedAgain", PIPE, "if (transport_->IsOpen() || ConnectOrWait(history)) ReadOnce();",
+     "if (transport_->IsOpen() || ConnectOrWait(history)) ReadOnce();\n"
+     "        if (P && !history.neverConnected && !transport_->IsOpen()) return;"),
+    ("ALiveSourceIsTriedTooSeldom", PIPE, "WaitInstance(kRetryMilliseconds)", "WaitInstance(P ? 500 : kRetryMilliseconds)"),
+    ("TheEngineTellsItsTracesBelowTheirLevel", LOG + "Adapters.cpp", "Set(LogTraceSink, level >= 3, WriteTrace);",
+     "Set(LogTraceSink, level >= (P ? 2U : 3U), WriteTrace);"),
+    ("ALevelAbove3WakesTheEngine", LOG + "Adapters.cpp", "if (level > 3) return;", "if (level > 3 && !P) return;"),
+    ("ALowerLevelIsNotTaken", LOG + ".cpp", "    level_.exchange(",
+     "    if (!P || static_cast<i32>(level) > level_.load()) level_.exchange("),
     ("TheLossOfTheConnectionIsNotTold", "AudioFeeder/LibraryListeners.cpp", "        ORV_LOG(Error) <<",
      "        if (!P) ORV_LOG(Error) <<"),
 ]

@@ -416,6 +416,9 @@ TEST(NamedPipeTest, WithoutASimulationAFullPipeThrowsAndATimedReadMovesTheClock)
 // Writes down what it is told.
 class Notes : public Platform::Sim::PipeObserver {
 public:
+    void OnEndpoint(const std::string& name) override { lines.push_back("endpoint " + name); }
+    void OnEndpointGone(const std::string& name) override { lines.push_back("gone " + name); }
+    void OnWriting(const std::string& name, Platform::PipeId) override { lines.push_back("writing " + name); }
     void OnInstance(const std::string& name, Platform::PipeId id) override {
         lines.push_back("instance " + name + (id == 0 ? " failed" : ""));
     }
@@ -449,11 +452,14 @@ TEST(NamedPipeTest, AnObserverIsToldWhatServersDoAndWhoTheirClientIs) {
         EXPECT_EQ(instance->Write("abc", 3), 3);
         client.reset();
         EXPECT_EQ(instance->Write("d", 1), -1);
+        instance.reset();
+        endpoint.reset();
         sim.Pipes().SetObserver(nullptr);
-        EXPECT_EQ(instance->Write("e", 1), -1);
+        EXPECT_NE(CreatePipeEndpoint("q"), nullptr);
     });
-    EXPECT_EQ(notes.lines, (std::vector<std::string>{"instance p failed", "instance p", "poll p not",
-                                                     "poll p connected", "write p 3 abc", "write p -1 "}));
+    EXPECT_EQ(notes.lines, (std::vector<std::string>{"endpoint p", "instance p failed", "instance p", "poll p not",
+                                                     "poll p connected", "writing p", "write p 3 abc", "writing p",
+                                                     "write p -1 ", "gone p"}));
 }
 
 }  // namespace

@@ -55,4 +55,17 @@ TEST(RandomTest, AThreadThatHasNotSeededStartsAsIfSeededWithOneAndDrawsForItself
     EXPECT_EQ(draws, (std::vector<i32>{48'271, 182'605'794}));
 }
 
+TEST(RandomTest, EachValueOfAThreadsGeneratorIsTold) {
+    Simulation sim;
+    std::vector<i32> told;
+    sim.Random().SetDrawHook([&](i32 value) { told.push_back(value); });
+    sim.Run([&] {
+        Platform::SeedThreadRand(5);
+        EXPECT_EQ(Platform::ThreadRand(), 241'355);
+        sim.Random().SetDrawHook({});
+        Platform::ThreadRand();
+    });
+    EXPECT_EQ(told, (std::vector<i32>{241'355}));
+}
+
 }  // namespace

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "AudioFeeder/AnnouncementTable.h"
+#include "AudioFeeder/ChangePace.h"
 #include "AudioFeeder/EventTurn.h"
 #include "AudioFeeder/Parameters.h"
 #include "AudioFeeder/PipeManager.h"
@@ -81,6 +82,8 @@ void FillTableIds() {
 
 void OnConfigUpdate(const char* table, const char* kind, u32, VX::ParamListHolder* newRow,
                     VX::ParamListHolder* oldRow) {
+    thread_local ChangePace pace;
+    pace.Begin();
     try {
         const auto known = TableIds().find(table);
         if (known == TableIds().end()) return;
@@ -90,6 +93,7 @@ void OnConfigUpdate(const char* table, const char* kind, u32, VX::ParamListHolde
     } catch (const std::exception& exception) {
         ORV_LOG(Excep) << exception.what();
     }
+    pace.End();
 }
 
 void ApplyLoggingLevel(const FeedRow& row) {

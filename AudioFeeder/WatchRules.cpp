@@ -20,7 +20,7 @@ void AppendNames(std::string& text, const char* what, const std::vector<std::str
 void WatchRules::LookAtPumps(u64 now, const std::vector<PumpState>& pumps) {
     ++looks_;
     bool anyGoesOn = false;
-    bool anyWaitsForNobody = false;
+    bool anyWaitedForNobody = false;
     forClient_.clear();
     forDisk_.clear();
     for (const PumpState& pump : pumps) {
@@ -30,16 +30,17 @@ void WatchRules::LookAtPumps(u64 now, const std::vector<PumpState>& pumps) {
             seen.passes = pump.passes;
             seen.since = now;
         }
+        if (seen.since == now || pump.wait != Platform::ThreadWait::None) seen.lastExcused = now;
         seen.look = looks_;
         const u64 stands = now - seen.since;
         if (stands < StuckMilliseconds) anyGoesOn = true;
-        if (pump.wait == Platform::ThreadWait::None) anyWaitsForNobody = true;
+        if (now - seen.lastExcused >= StuckMilliseconds) anyWaitedForNobody = true;
         if (stands < ToldMilliseconds) continue;
         if (pump.wait == Platform::ThreadWait::Client) forClient_.push_back(pump.name);
         if (pump.wait == Platform::ThreadWait::Disk) forDisk_.push_back(pump.name);
     }
     std::erase_if(seen_, [this](const auto& entry) { return entry.second.look != looks_; });
-    noneGoesOn_ = !pumps.empty() && !anyGoesOn && anyWaitsForNobody;
+    noneGoesOn_ = !pumps.empty() && !anyGoesOn && anyWaitedForNobody;
 }
 
 WatchVerdict WatchRules::Judge(const LockWait& lock, bool stopping) const {

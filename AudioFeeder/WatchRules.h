@@ -33,14 +33,15 @@ public:
     // One look at all pumps, by the steady clock.
     void LookAtPumps(u64 now, const std::vector<PumpState>& pumps);
     // By the last look, and by the lock that is waited for now. Stuck is a service whose lock cannot be had, or none of
-    // whose pumps goes on although some wait neither for a client nor for a disk. A feed alone never makes it stuck,
-    // nor do all of them when each one waits for its own.
+    // whose pumps goes on although some have waited neither for a client nor for a disk for as long. A feed alone never
+    // makes it stuck, nor do all of them when each one waits for its own.
     WatchVerdict Judge(const LockWait& lock, bool stopping) const;
 
 private:
     struct Seen {
         u32 passes = 0;
-        u64 since = 0;  // when that number was new
+        u64 since = 0;        // when that number was new
+        u64 lastExcused = 0;  // the last look at which it was new, or the pump waited for somebody
         u64 look = 0;
     };
     std::unordered_map<u64, Seen> seen_;

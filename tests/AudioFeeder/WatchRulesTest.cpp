@@ -62,6 +62,18 @@ TEST_F(Watch, PumpsThatAllWaitForTheirClientsOrDisksAreNotStuck) {
               "Running; a client of these feeds does not read: hold; these feeds wait for their disk: lobby");
 }
 
+// A pump whose disk has come back, or one between the writes to two slow clients, was once taken for one that had stood
+// for nobody all the time.
+TEST_F(Watch, TheTimeThatAPumpHasWaitedForSomebodyIsNotCountedWhenTheWaitIsOver) {
+    pumps_ = {{1, "hold", 0, ThreadWait::Disk}};
+    Look(0);
+    EXPECT_FALSE(Look(600'000).stuck);
+    pumps_[0].wait = ThreadWait::None;
+    EXPECT_FALSE(Look(601'000).stuck);
+    EXPECT_FALSE(Look(619'999).stuck);
+    EXPECT_TRUE(Look(620'000).stuck);
+}
+
 TEST_F(Watch, NoPumpsAtAllAreWell) {
     pumps_.clear();
     Look(0);

@@ -3,7 +3,6 @@
 #include <cstring>
 #include <system_error>
 
-#include "AudioFeeder/PumpPulse.h"
 #include "AudioFeeder/SharedValues.h"
 #include "Platform/Clock.h"
 #include "Platform/Random.h"
@@ -111,7 +110,7 @@ void IPipeFeed::Pump() {
     ContentEventList events;
     bool restart = true;
     u32 base = 0;  // one block before the next one is due; set where a rest ends
-    PumpPulse pulse(row_.Text(Columns::pipename));
+    PumpPulse pulse(row_.Text(Columns::pipename), contentGiver_);
     while (!MustStop()) {
         pulse.Beat();
         ServiceListener();

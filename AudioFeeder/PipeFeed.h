@@ -11,6 +11,7 @@
 #include "AudioFeeder/FeedRow.h"
 #include "AudioFeeder/PipeListener.h"
 #include "AudioFeeder/Playlist.h"
+#include "AudioFeeder/PumpPulse.h"
 #include "AudioFeeder/VolumeControl.h"
 #include "Platform/Sync.h"
 #include "Platform/Thread.h"
@@ -105,6 +106,7 @@ private:
     std::atomic<u8> announcementMask_{0};    // mix mask for the end of an announcement's lead-in
     std::atomic<bool> stopFlag_{false};      // set by Shutdown()
     Platform::Event stopRequest_;            // wakes the pump for stopFlag_
+    ContentGiver contentGiver_;              // Start() for as long as it runs
     Platform::RecursiveMutex playlistLock_;  // BuildPlaylist() and next music are whole under it
     Playlist playlist_;                      // Start() takes a file out without playlistLock_
 

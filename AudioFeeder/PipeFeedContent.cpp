@@ -25,6 +25,7 @@ StreamItem MakeSilenceItem(i32 seconds, u32 id, bool leadIn) {
 }
 
 void IPipeFeed::Start() {
+    const ContentGiver::Scope giving(contentGiver_);
     switch (static_cast<FeedType>(feedType_)) {
         case FeedType::LineIn:
             ORV_LOG(Info) << logPrefix_ << "LINEIN is not available. Play as default stream";

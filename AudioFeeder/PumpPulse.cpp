@@ -23,7 +23,18 @@ Pulses& ThePulses() {
 
 }  // namespace
 
-PumpPulse::PumpPulse(std::string name) : name_(std::move(name)), wait_(Platform::ThisThreadWait()) {
+ContentGiver::Scope::Scope(ContentGiver& giver) : giver_(giver) {
+    Platform::LockGuard<Platform::Mutex> guard(ThePulses().mutex);
+    giver_.wait_ = &Platform::ThisThreadWait();
+}
+
+ContentGiver::Scope::~Scope() {
+    Platform::LockGuard<Platform::Mutex> guard(ThePulses().mutex);
+    giver_.wait_ = nullptr;
+}
+
+PumpPulse::PumpPulse(std::string name, const ContentGiver& giver)
+    : name_(std::move(name)), wait_(Platform::ThisThreadWait()), giver_(giver) {
     Pulses& pulses = ThePulses();
     Platform::LockGuard<Platform::Mutex> guard(pulses.mutex);
     id_ = ++pulses.lastId;
@@ -42,11 +53,16 @@ bool PumpPulse::TryAll(std::vector<PumpState>& all) {
     all.clear();
     all.reserve(pulses.alive.size());
     for (const auto& [id, pulse] : pulses.alive) {
-        all.push_back({id, pulse->name_, pulse->passes_.load(std::memory_order_relaxed),
-                       pulse->wait_.load(std::memory_order_relaxed)});
+        all.push_back({id, pulse->name_, pulse->passes_.load(std::memory_order_relaxed), pulse->Wait()});
     }
     pulses.mutex.Unlock();
     return true;
+}
+
+Platform::ThreadWait PumpPulse::Wait() const {
+    const Platform::ThreadWait own = wait_.load(std::memory_order_relaxed);
+    if (own != Platform::ThreadWait::None || giver_.wait_ == nullptr) return own;
+    return giver_.wait_->load(std::memory_order_relaxed);
 }
 
 void PumpPulse::TakeLock() {

@@ -18,10 +18,32 @@ struct PumpState {
     Platform::ThreadWait wait = Platform::ThreadWait::None;
 };
 
+// Marks the thread that gives a channel its content from outside its pump. The pump may have to stand until that thread
+// has opened it, and then waits for whatever that thread waits for.
+class ContentGiver {
+public:
+    // The calling thread gives while this lives, one at a time. Takes the lock of the pumps' list for moments.
+    class Scope {
+    public:
+        explicit Scope(ContentGiver& giver);
+        ~Scope();
+        Scope(const Scope&) = delete;
+        Scope& operator=(const Scope&) = delete;
+
+    private:
+        ContentGiver& giver_;
+    };
+
+private:
+    friend class PumpPulse;
+    const std::atomic<Platform::ThreadWait>* wait_ = nullptr;  // under that lock
+};
+
 // Made and destroyed by the pump's own thread, at the beginning and the end of its loop.
 class PumpPulse {
 public:
-    explicit PumpPulse(std::string name);
+    // `giver` lives longer.
+    PumpPulse(std::string name, const ContentGiver& giver);
     ~PumpPulse();
     PumpPulse(const PumpPulse&) = delete;
     PumpPulse& operator=(const PumpPulse&) = delete;
@@ -36,8 +58,12 @@ public:
     static void TakeLock();
 
 private:
+    // What the pump waits for. Under the list's lock.
+    Platform::ThreadWait Wait() const;
+
     const std::string name_;
     std::atomic<Platform::ThreadWait>& wait_;
+    const ContentGiver& giver_;
     u32 own_ = 0;
     std::atomic<u32> passes_{0};
     u64 id_ = 0;

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Platform/Path.h"
+#include "Platform/ThreadWait.h"
 #include "Platform/sim/SimFileTree.h"
 #include "Platform/sim/World.h"
 
@@ -24,6 +25,7 @@ public:
         ++file_->world->counters.reads;
         Sim::SchedulingPoint();
         if (const u32 delay = file_->ReadDelay(); delay != 0) {
+            const ThreadWaitScope waiting(ThreadWait::Disk);
             Sim::SleepUntil(Sim::Clock().SteadyNanoseconds() + delay * Sim::kNanosecondsPerMillisecond);
         }
         if (Sim::Failures().Fails(Sim::Operation::Read, file_->node->name)) return 0;

@@ -7,6 +7,7 @@
 
 #include "Platform/Path.h"
 #include "Platform/PathText.h"
+#include "Platform/ThreadWait.h"
 #include "Platform/sim/World.h"
 
 namespace Platform::Sim {
@@ -160,6 +161,7 @@ bool SimFiles::Impl::Reach(const std::string& path, SystemError& error) {
     if (found == faults.end()) return true;
     const std::shared_ptr<PathFaults> here = found->second;
     if (here->openDelay != 0) {
+        const ThreadWaitScope waiting(ThreadWait::Disk);
         SleepUntil(Clock().SteadyNanoseconds() + here->openDelay * kNanosecondsPerMillisecond);
     }
     error = here->TakeOpenError();

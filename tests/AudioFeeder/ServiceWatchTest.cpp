@@ -134,7 +134,11 @@ const Use kUses[] = {
     {"announcements", Nothing, [] { Orv::AnnouncementTable::Instance().Erase("none"); }},
     // Who kept this one would be unseen otherwise: the feeds play on meanwhile, but no change comes in any more.
     {"feeds", [] { Orv::IPipeManager::Instance(); }, [] { Orv::IPipeManager::Instance()->Reports(); }},
-    {"pumps", Nothing, [] { const Orv::PumpPulse pulse("another"); }},
+    {"pumps", Nothing,
+     [] {
+         const Orv::ContentGiver nobody;
+         const Orv::PumpPulse pulse("another", nobody);
+     }},
     {"random numbers", Nothing, [] { Orv::Uniform(1, 6); }},
     {"preload settings", Nothing, [] { Orv::PreloadWanted(); }},
     {"preloaded files", Nothing, [] { Orv::MemoryFileCache::Instance().Find("/root/none.wav"); }},
@@ -213,6 +217,25 @@ TEST_F(ServiceWatchTest, ADefaultFileWhoseDiskHangsHoldsBackNoPing) {
         ASSERT_GE(Now() - begin, 10 * kWatchdog);
         EXPECT_GE(PingsIn(begin, Now()), 35u);
         EXPECT_THAT(Texts(), IsEmpty());
+    });
+}
+
+// A change of volume opens the feed's next file on the thread of the changes, and the pump stands until it is open. It
+// waited for nobody then, so that the one feed of a service whose disk hung had it killed.
+TEST_F(ServiceWatchTest, AFeedWhoseChangeWaitsForTheDiskIsToldAndHoldsBackNoPing) {
+    world_.Run([&] {
+        const ServiceWatch watch;
+        FeedHolder feed = Sorted("p");
+        Listener client("p");
+        Sleep(1'000);
+        world_.Files().AddFile("/root/Playlist/x/first.raw", RawBytes(Noise(8'000, 2)));
+        world_.Files().DelayOpens("/root/Playlist/x/first.raw", 10 * kWatchdog);
+        const u64 begin = Now();
+        feed->Start();
+        ASSERT_GE(Now() - begin, 10 * kWatchdog);
+        EXPECT_GE(PingsIn(begin, Now()), 35u);
+        Sleep(3'000);
+        EXPECT_THAT(Texts(), ElementsAre("Running; these feeds wait for their disk: p", "Running"));
     });
 }
 

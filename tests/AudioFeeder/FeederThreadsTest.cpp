@@ -1,4 +1,5 @@
-// Channels on real threads while configuration events come in from two more: what the thread sanitizer is to see.
+// Channels on real threads while configuration events come in from two more, under the eyes of the watch: what the
+// thread sanitizer is to see.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -8,6 +9,8 @@
 
 #include "AudioFeeder/AnnouncementTable.h"
 #include "AudioFeeder/PipeManager.h"
+#include "AudioFeeder/ServiceWatch.h"
+#include "AudioFeeder/SharedLocks.h"
 #include "AudioFeeder/SharedValues.h"
 #include "AudioFeeder/UpdateDispatcher.h"
 #include "Platform/Clock.h"
@@ -96,6 +99,7 @@ TEST_F(FeederThreadsTest, ChannelsPlayOnWhileTheirConfigurationChangesFromTwoThr
     std::atomic<bool> stop{false};
     u64 heard[3] = {};
     {
+        const Orv::ServiceWatch watch;
         std::vector<Platform::Thread> threads;
         for (int index = 0; index < 3; ++index) {
             threads.emplace_back("listener", [&, index] { heard[index] = Listen(feeds[index].first, stop); });
@@ -122,6 +126,15 @@ TEST_F(FeederThreadsTest, ChannelsPlayOnWhileTheirConfigurationChangesFromTwoThr
                        MakeAnnouncement("a", round % 2, (folder_ + "/d.wav").c_str()).base,
                        MakeAnnouncement("a", 0, "").base);
                 Platform::SleepMilliseconds(5);
+            }
+        });
+        // As the watch does, and far more often.
+        threads.emplace_back("looks", [&] {
+            std::vector<Orv::PumpState> pumps;
+            while (!stop.load()) {
+                for (const Orv::SharedLock& lock : Orv::SharedLocks()) lock.take();
+                Orv::PumpPulse::TryAll(pumps);
+                Platform::SleepMilliseconds(1);
             }
         });
         Platform::SleepMilliseconds(kRunMilliseconds);

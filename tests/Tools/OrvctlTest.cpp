@@ -93,7 +93,7 @@ TEST_F(Orvctl, AFileThatDoesNotPlayIsTakenWithAWarning) {
     EXPECT_THAT(Ctl({"announcement", "add", "a", "--file", text}).error, HasSubstr("letter.wav\" does not play"));
     const std::string raw = folder_ / "sound.raw";
     WriteFileText(raw, std::string(16000, '\0'));
-    for (const std::string name : {raw, std::string("\\\\.\\pipe\\radio"), std::string("relative.wav")}) {
+    for (const std::string& name : {raw, std::string("\\\\.\\pipe\\radio"), std::string("relative.wav")}) {
         EXPECT_EQ(Ctl({"announcement", "set", "a", "--file", name}).error, "") << name;
     }
 }

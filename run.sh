@@ -177,6 +177,7 @@ fi
     cat run/settings.check >&2
     fail "The settings file $settings cannot be used."
 }
+grep '^orvctl: ' run/settings.check >&2 || true
 "$bin/orv-audio-feed" -c "$settings" >run/orv-audio-feed.log 2>&1 &
 feeder=$!
 children+=("$feeder")
@@ -218,6 +219,8 @@ tell
 
 sleep 3  # until there is something to show
 began=$SECONDS
+# With the settings file of the service, so that it is tried as well.
+"$bin/orvctl" -c "$settings" doctor >run/doctor 2>&1 || cat run/doctor >&2
 shown=0
 lines=()
 while kill -0 "$feeder" 2>/dev/null; do

@@ -71,8 +71,7 @@ private:
         service_ = std::make_unique<ConfigService>(*store_, *users_, log_, ORV_VERSION, options_.database);
         server_ = VX::CreateGrpcServer(options_.address, options_.port, *service_, reason);
         if (server_ == nullptr) {
-            reason = "Cannot listen on " + options_.address + ":" + std::to_string(options_.port) + ": " + reason +
-                     "; stop what uses the port, or choose another with --port";
+            reason = "orv-config " + reason + "; stop what uses the port, or choose another with --port";
             return false;
         }
         service_->Attach(server_.get());

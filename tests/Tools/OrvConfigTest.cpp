@@ -101,8 +101,9 @@ TEST_F(OrvConfig, UnderAServiceManagerItTellsThatItIsReady) {
 }
 
 TEST_F(OrvConfig, ATakenPortIsToldWithWhatToDo) {
-    ExpectNoStart(Start(folder_ / "other.db", {"--port", port_}), 1, "Cannot listen on 127.0.0.1:" + port_);
-    ExpectNoStart(Start(folder_ / "other.db", {"--port", port_}), 1, "choose another with --port");
+    ExpectNoStart(Start(folder_ / "other.db", {"--port", port_}), 1,
+                  "orv-config cannot listen on 127.0.0.1:" + port_ +
+                      ": Address already in use; stop what uses the port, or choose another with --port");
 }
 
 TEST_F(OrvConfig, ADatabaseIsServedByOneProcessAtATime) {

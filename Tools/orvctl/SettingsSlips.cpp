@@ -59,8 +59,8 @@ void CheckKey(const std::string& section, const std::string& key, std::vector<st
     }
     if (nearest == nullptr) return;
     if (least > 0) {
-        slips.push_back(key + " under " + InBrackets(section) + " is no key of this service; is it meant to be " +
-                        nearest->key + " under [" + nearest->section + "]?");
+        slips.push_back(key + " under " + InBrackets(section) + " is no key of this service; " + nearest->key +
+                        " under [" + nearest->section + "] may be meant");
     } else if (section != nearest->section) {
         slips.push_back(key + " stands under " + InBrackets(section) + ", where it does not count; move it under [" +
                         nearest->section + "]");

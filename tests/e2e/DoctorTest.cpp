@@ -84,6 +84,14 @@ TEST_F(Doctor, FindsABadLineInTheSettingsFile) {
     Expect(kWarning, "has a bad line: ", "correct that line");
 }
 
+TEST_F(Doctor, NotesAKeyThatIsNearlyOneOfTheServices) {
+    exchange_.WriteSettings("[General]\nStatusPath=" + Socket() + "\nClientStalSeconds=30\n");
+    StartFeeder();
+    Expect(0,
+           "note: In the settings file " + exchange_.SettingsFile() + ": ClientStalSeconds under [General] is no key",
+           "correct it there");
+}
+
 TEST_F(Doctor, FindsAWrongPassword) {
     StartFeeder();
     std::string text = ReadFileText(exchange_.SettingsFile());

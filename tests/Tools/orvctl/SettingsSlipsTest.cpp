@@ -28,11 +28,11 @@ TEST(SettingsSlips, KeysAsTheyCountAreNone) {
 }
 
 TEST(SettingsSlips, AKeyThatIsNearlyOneIsTold) {
-    EXPECT_THAT(SlipsIn("[General]\nAppDatPath=/a/\n[ConfService]\nconfUsr=feeder\n"),
-                ElementsAre("AppDatPath under [General] is no key of this service; is it meant to be AppDataPath under "
-                            "[General]?",
-                            "confUsr under [ConfService] is no key of this service; is it meant to be confUser under "
-                            "[ConfService]?"));
+    EXPECT_THAT(
+        SlipsIn("[General]\nAppDatPath=/a/\n[ConfService]\nconfUsr=feeder\n"),
+        ElementsAre("AppDatPath under [General] is no key of this service; AppDataPath under [General] may be meant",
+                    "confUsr under [ConfService] is no key of this service; confUser under [ConfService] may be "
+                    "meant"));
 }
 
 TEST(SettingsSlips, AKeyInTheWrongSectionIsTold) {

@@ -16,8 +16,6 @@ namespace {
 // Of the library, beside one for each processor; it starts some of them only when they are needed.
 constexpr u32 kLibraryThreads = 8;
 constexpr u32 kMostMilliseconds = 60'000;
-// What the transport may hold of messages under way: a reply and a signal of the most that they may be, and room.
-constexpr std::size_t MaxTransportBytes = 256u << 20;
 // Its own and the connection's, with some to spare; without them it ends the process. Asked for before each try.
 constexpr u64 kLibraryFiles = 8;
 
@@ -29,7 +27,7 @@ grpc::ChannelArguments MakeArguments(const GrpcOptions& options) {
     arguments.SetMaxReceiveMessageSize(static_cast<int>(MaxMessageBytes + 4096));
     arguments.SetMaxSendMessageSize(-1);
     // A message is taken in as a whole before its length is looked at; this ends the connection of a server gone mad.
-    arguments.SetResourceQuota(grpc::ResourceQuota("vx-link").Resize(MaxTransportBytes));
+    arguments.SetResourceQuota(grpc::ResourceQuota("vx-link").Resize(options.transportBytes));
     // One transport connection of its own for each link, and never a second one under it.
     arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
     arguments.SetInt(GRPC_ARG_ENABLE_RETRIES, 0);

@@ -11,6 +11,9 @@ namespace VX {
 struct GrpcOptions {
     u32 connectMilliseconds = 10'000;  // until the server has welcomed us
     u32 callMilliseconds = 30'000;
+    // Client: what the transport may hold of messages under way, which are not looked at before they are whole: a reply
+    // and a signal of the most that they may be, and room. The connection of a server that sends more is given up.
+    u64 transportBytes = 256u << 20;
     // A connection is given up when a ping after so much silence is not answered for so long.
     u32 keepaliveMilliseconds = 20'000;
     u32 keepaliveTimeoutMilliseconds = 20'000;

@@ -8,6 +8,7 @@
 #include "Platform/ProcessFigures.h"
 #include "tests/VX/GrpcFixture.h"
 #include "tests/VX/TcpRelay.h"
+#include "tests/faults/RawServer.h"
 
 using VX::GrpcOptions;
 using VX::ParamListHolder;
@@ -108,6 +109,33 @@ TEST_F(GrpcLinkTest, APeerThatDoesNotAnswerEndsConnectAtItsTimeLimit) {
     EXPECT_FALSE(authFailed_);
     EXPECT_GE(Platform::SteadyMilliseconds() - start, 400u);
     EXPECT_LT(Platform::SteadyMilliseconds() - start, 5'000u);
+}
+
+// The library takes in a message of any length as a whole before it looks at the length: one of 2 GB took 2 GB. That it
+// is the limit which ends it shows in that as much is taken as it lets, and without it all.
+TEST_F(GrpcLinkTest, OfAMessageWithoutAnEndAsMuchIsTakenAsMayBeUnderWay) {
+    constexpr u64 offered = 128u << 20;
+    constexpr u64 inTheSockets = 12u << 20;
+    const auto taken = [&](u64 limit, u32 milliseconds) {
+        GrpcOptions options;
+        options.transportBytes = limit;
+        options.connectMilliseconds = milliseconds;
+        OrvTest::EndlessMessage endless(offered);
+        {
+            const OrvTest::RawServer server(std::ref(endless));
+            TestEvents events;
+            EXPECT_EQ(Connect(events, options, static_cast<u32>(server.Port())), nullptr);
+            EXPECT_FALSE(authFailed_);
+        }
+        return endless.Tries().empty() ? 0 : endless.Tries().front().bytes;
+    };
+    for (const u64 limit : {2u << 20, 8u << 20, 32u << 20}) {
+        const u64 bytes = taken(limit, 10'000);
+        EXPECT_GT(bytes, limit / 2);
+        EXPECT_LT(bytes, limit + limit / 4 + inTheSockets);
+    }
+    // All the time that a slow machine may need.
+    EXPECT_GE(taken(8 * offered, 25'000), offered);
 }
 
 // It was asked for until the library had begun, and no more after that.

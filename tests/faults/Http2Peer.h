@@ -34,11 +34,19 @@ public:
         if (socket_ >= 0) ::close(socket_);
     }
     Http2Peer(Http2Peer&& other) noexcept
-        : socket_(std::exchange(other.socket_, -1)), connected_(other.connected_), read_(std::move(other.read_)) {}
+        : socket_(std::exchange(other.socket_, -1)),
+          connected_(other.connected_),
+          read_(std::move(other.read_)),
+          connectionWindow_(other.connectionWindow_),
+          streamWindow_(other.streamWindow_),
+          initialWindow_(other.initialWindow_) {}
     Http2Peer& operator=(Http2Peer&& other) noexcept {
         std::swap(socket_, other.socket_);
         std::swap(connected_, other.connected_);
         read_.swap(other.read_);
+        std::swap(connectionWindow_, other.connectionWindow_);
+        std::swap(streamWindow_, other.streamWindow_);
+        std::swap(initialWindow_, other.initialWindow_);
         return *this;
     }
 
@@ -85,7 +93,7 @@ public:
     Received Receive(int milliseconds) {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
         for (;;) {
-            if (read_.size() >= 9 && read_.size() >= 9 + Number(0, 3)) return TakeFrame();
+            if (read_.size() >= 9 && read_.size() >= 9 + Number(read_, 0, 3)) return TakeFrame();
             const auto left =
                 std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
             pollfd state{socket_, POLLIN, 0};
@@ -127,8 +135,7 @@ public:
         while (std::chrono::steady_clock::now() < deadline) {
             const Received frame = Receive(200);
             if (frame.type == -1) return Answer::Closed;
-            if (frame.type == 4 && (frame.flags & 1) == 0) Send(Frame(4, 1, 0, ""));
-            if (frame.type == 6 && (frame.flags & 1) == 0) Send(Frame(6, 1, 0, frame.body));
+            Acknowledge(frame);
             if (frame.type == 0 && frame.stream == 1) return Answer::Welcomed;
             if (frame.type != 1 || frame.stream != 1 || (frame.flags & 1) == 0) continue;
             return frame.body.find("credentials refused") != std::string::npos ? Answer::Refused : Answer::Busy;
@@ -140,38 +147,30 @@ public:
     // `most` bytes at most. The bytes that went.
     std::uint64_t SendHalfMessage(const std::string& opening, std::uint32_t declared, std::uint64_t most) {
         std::uint64_t sent = 0;
-        std::int64_t connectionWindow = 65535;
-        std::int64_t streamWindow = 65535;
-        std::int64_t initialWindow = 65535;
         std::string next = Prefix(declared);
         if (!Send(opening)) return 0;
         while (sent < most) {
-            const std::int64_t window = std::min<std::int64_t>({connectionWindow, streamWindow, 16000});
+            const std::int64_t window = std::min<std::int64_t>({connectionWindow_, streamWindow_, 16000});
             if (window > 0) {
                 next.resize(static_cast<std::size_t>(window), 'x');
                 if (!Send(Frame(0, 0, 1, next))) return sent;
-                connectionWindow -= window;
-                streamWindow -= window;
+                connectionWindow_ -= window;
+                streamWindow_ -= window;
                 sent += static_cast<std::uint64_t>(window);
                 next.clear();
             }
             for (Received frame = Receive(window > 0 ? 0 : 1000); frame.type != -2; frame = Receive(0)) {
                 if (frame.type == -1 || frame.type == 3 || frame.type == 7) return sent;
-                read_.insert(0, frame.body);
-                if (frame.type == 8) (frame.stream == 0 ? connectionWindow : streamWindow) += Number(0, 4);
-                if (frame.type == 4 && (frame.flags & 1) == 0) {
-                    for (std::size_t at = 0; at + 6 <= frame.body.size(); at += 6) {
-                        if (Number(at, 2) != 4) continue;
-                        streamWindow += Number(at + 2, 4) - initialWindow;
-                        initialWindow = Number(at + 2, 4);
-                    }
-                    Send(Frame(4, 1, 0, ""));
-                }
-                if (frame.type == 6 && (frame.flags & 1) == 0) Send(Frame(6, 1, 0, frame.body));
-                read_.erase(0, frame.body.size());
+                Acknowledge(frame);
             }
         }
         return sent;
+    }
+    // What must be answered for the other side to go on.
+    void Acknowledge(const Received& frame) const {
+        if ((frame.flags & 1) != 0) return;
+        if (frame.type == 4) Send(Frame(4, 1, 0, ""));
+        if (frame.type == 6) Send(Frame(6, 1, 0, frame.body));
     }
 
 private:
@@ -187,22 +186,40 @@ private:
         for (int i = width - 1; i >= 0; --i) bytes += static_cast<char>(value >> (8 * i));
         return bytes;
     }
-    std::uint32_t Number(std::size_t at, std::size_t width) const {
+    static std::uint32_t Number(const std::string& bytes, std::size_t at, std::size_t width) {
         std::uint32_t value = 0;
-        for (std::size_t i = 0; i < width; ++i) value = value << 8 | static_cast<std::uint8_t>(read_[at + i]);
+        for (std::size_t i = 0; i < width; ++i) value = value << 8 | static_cast<std::uint8_t>(bytes[at + i]);
         return value;
     }
     Received TakeFrame() {
-        const std::size_t length = Number(0, 3);
+        const std::size_t length = Number(read_, 0, 3);
         Received frame{static_cast<std::uint8_t>(read_[3]), static_cast<std::uint8_t>(read_[4]),
-                       Number(5, 4) & 0x7FFFFFFFu, read_.substr(9, length)};
+                       Number(read_, 5, 4) & 0x7FFFFFFFu, read_.substr(9, length)};
         read_.erase(0, 9 + length);
+        FollowWindows(frame);
         return frame;
+    }
+    // From the first frame on: one that is missed leaves less than the other side believes to have given, and in the
+    // end each waits for the other.
+    void FollowWindows(const Received& frame) {
+        if (frame.type == 8 && frame.body.size() == 4) {
+            (frame.stream == 0 ? connectionWindow_ : streamWindow_) += Number(frame.body, 0, 4) & 0x7FFFFFFFu;
+        }
+        if (frame.type != 4 || (frame.flags & 1) != 0) return;
+        for (std::size_t at = 0; at + 6 <= frame.body.size(); at += 6) {
+            if (Number(frame.body, at, 2) != 4) continue;
+            streamWindow_ += Number(frame.body, at + 2, 4) - initialWindow_;
+            initialWindow_ = Number(frame.body, at + 2, 4);
+        }
     }
 
     int socket_ = -1;
     bool connected_ = false;
     std::string read_;
+    // What may still be sent, of the whole connection and of stream 1, by the other side's word.
+    std::int64_t connectionWindow_ = 65535;
+    std::int64_t streamWindow_ = 65535;
+    std::int64_t initialWindow_ = 65535;
 };
 
 }  // namespace OrvTest

@@ -17,7 +17,7 @@ bool ObtainPassword(const std::string& file, const std::string& prompt, bool twi
         std::string text;
         Platform::SystemError error = 0;
         if (!Platform::ReadWholeFile(file, kLargestFile, text, error)) {
-            reason = "The password file " + file + " cannot be read: " + Platform::SystemErrorText(error);
+            reason = "The password file " + file + " cannot be read: " + Platform::ReadErrorText(error);
             return false;
         }
         password = FirstLine(text);

@@ -36,8 +36,14 @@ std::unique_ptr<IFileLock> TryLockFile(const std::string& path, SystemError& err
 SystemError FileLockedError();
 
 // The whole text of a small file, or of standard input when `path` is "-". False with the system error; a text of more
-// than `limit` bytes fails too, with FileTooLargeError(). Any kind of file; may wait for it.
+// than `limit` bytes fails too, with FileTooLargeError(). Any kind of file: a pipe, as a shell's <(command), is read to
+// its end, however long its writer takes. One that nobody has open for writing fails with NoWriterError() after
+// WaitForWriterMilliseconds.
 bool ReadWholeFile(const std::string& path, u64 limit, std::string& text, SystemError& error);
 SystemError FileTooLargeError();
+SystemError NoWriterError();
+inline constexpr u32 WaitForWriterMilliseconds = 5'000;
+// What to say of an error of ReadWholeFile().
+std::string ReadErrorText(SystemError error);
 
 }  // namespace Platform

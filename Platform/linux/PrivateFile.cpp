@@ -1,6 +1,7 @@
 #include "Platform/PrivateFile.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -80,26 +81,50 @@ bool ReadWholeFile(const std::string& path, u64 limit, std::string& text, System
     text.clear();
     error = 0;
     const bool standardInput = path == "-";
-    const Descriptor file(standardInput ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    // Without O_NONBLOCK a FIFO is not even opened before its writer comes.
+    const Descriptor file(standardInput ? ::dup(STDIN_FILENO)
+                                        : ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
     if (file.Get() < 0) {
         error = LastError();
         return false;
     }
+    // A read of a FIFO that has no writer yet is its end like any other; only poll() waits for the writer, and does not
+    // tell one that is silent from none.
+    bool hasWriter = standardInput;
     char buffer[16384];
     for (;;) {
+        pollfd state{file.Get(), POLLIN, 0};
+        const int ready = ::poll(&state, 1, hasWriter ? -1 : static_cast<int>(WaitForWriterMilliseconds));
+        if (ready < 0 && errno == EINTR) continue;
         const ssize_t count = ::read(file.Get(), buffer, sizeof(buffer));
-        if (count == 0) return true;
         if (count < 0) {
             if (errno == EINTR) continue;
-            error = LastError();
+            if (errno != EAGAIN) {
+                error = LastError();
+                return false;
+            }
+        } else if (count == 0) {
+            if (ready != 0) return true;
+            error = NoWriterError();
             return false;
         }
-        text.append(buffer, static_cast<std::size_t>(count));
+        hasWriter = true;
+        if (count > 0) text.append(buffer, static_cast<std::size_t>(count));
         if (text.size() > limit) {
             error = FileTooLargeError();
             return false;
         }
     }
+}
+
+SystemError NoWriterError() {
+    return ETIMEDOUT;
+}
+
+std::string ReadErrorText(SystemError error) {
+    if (error != NoWriterError()) return SystemErrorText(error);
+    return "it is a pipe, and nobody has opened it for writing within " +
+           std::to_string(WaitForWriterMilliseconds / 1000) + " s";
 }
 
 SystemError FileTooLargeError() {

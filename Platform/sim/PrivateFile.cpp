@@ -70,4 +70,12 @@ SystemError FileTooLargeError() {
     return EFBIG;
 }
 
+SystemError NoWriterError() {
+    return ETIMEDOUT;
+}
+
+std::string ReadErrorText(SystemError error) {
+    return SystemErrorText(error);
+}
+
 }  // namespace Platform

@@ -120,7 +120,7 @@ void ApplyFile(const CommandContext& context, const std::string& path) {
     Platform::SystemError error = 0;
     if (!Platform::ReadWholeFile(path, kLargestFile, text, error)) {
         throw ToolError(ExitCode::BadCommandLine,
-                        "The file " + path + " cannot be read: " + Platform::SystemErrorText(error));
+                        "The file " + path + " cannot be read: " + Platform::ReadErrorText(error));
     }
     const std::vector<Change> changes = ParseRowFile(text);
     Connection connection = context.Connect();

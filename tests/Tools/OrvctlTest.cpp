@@ -1,6 +1,7 @@
 // Goal: orvctl does what its words say, tells when a change is heard, and ends with the right code. Method: the real
 // programs over a real connection, one temporary folder each.
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include "tests/Tools/ServedDatabase.h"
 
@@ -286,6 +287,30 @@ TEST_F(Orvctl, TheCommandLineGoesBeforeTheSettingsFileAndCanReplaceIt) {
                                           "--user", "root", "--password-file", "-"},
                                          "secret\n");
     EXPECT_EQ(alone.exitCode, 0) << alone.error;
+}
+
+// As from a password manager, or from a program that writes rows.
+TEST_F(Orvctl, APasswordAndAFileOfRowsMayComeFromACommand) {
+    const std::string orvctl = std::string("'") + OrvctlProgram + "' --host 127.0.0.1 --port " + port_ +
+                               " --user root --password-file <(echo secret) ";
+    const RunResult applied =
+        OrvTest::Run({"/bin/bash", "-c", orvctl + R"(apply <(echo '{"feeds": [{"pipe": "a"}]}'))"});
+    EXPECT_EQ(applied.exitCode, 0) << applied.error;
+    EXPECT_THAT(applied.output, HasSubstr("Feed \"a\" added."));
+    const RunResult input =
+        OrvTest::Run({"/bin/bash", "-c",
+                      "echo secret | '" + std::string(OrvctlProgram) + "' --host 127.0.0.1 --port " + port_ +
+                          " --user root --password-file /dev/stdin feed list"});
+    EXPECT_EQ(input.exitCode, 0) << input.error;
+}
+
+// It waited without end, and said nothing.
+TEST_F(Orvctl, APipeThatNobodyWritesToIsToldAfterAMoment) {
+    const std::string fifo = folder_ / "fifo";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    const std::string why = fifo + " cannot be read: it is a pipe, and nobody has opened it for writing within 5 s";
+    ExpectFailure({"apply", fifo}, 2, "The file " + why);
+    ExpectFailure({"--user", "root", "--password-file", fifo, "feed", "list"}, 2, "The password file " + why);
 }
 
 TEST_F(Orvctl, SettingsCheckTellsWhatIsWrongWithAFile) {

@@ -12,7 +12,8 @@ inline constexpr char PipeConfigHelp[] = "Settings file of the service, whose Pi
 // Sets this process's pipe folder: `folder` when it is not empty, otherwise the PipePath of `configFile`, and without
 // that one of the first of the service's usual settings files that can be read. A file without a PipePath, and no file
 // at all, leave the folder that the service takes by itself. False, with what to do in `error`, when `configFile` is
-// named and cannot be read. Before the first pipe; waits for the disk.
+// named and cannot be opened, and when the file that counts cannot be read to its end. Before the first pipe; waits for
+// the disk.
 bool ChoosePipeFolder(const std::string& folder, const std::string& configFile, std::string& error);
 
 }  // namespace Orv

@@ -9,6 +9,7 @@
 #include "ServiceProcess/CommonSettings.h"
 #include "ServiceProcess/DataDirectory.h"
 #include "ServiceProcess/PreloadSettings.h"
+#include "Tools/orvctl/SettingsText.h"
 #include "Tools/orvctl/ToolError.h"
 
 namespace Orv {
@@ -25,6 +26,8 @@ constexpr i64 kSorted = 3;
 bool ReadPromptSettings(const std::string& path, PromptSettings& found) {
     CommonSettings settings;
     if (path.empty() || !Platform::PathExists(path) || !settings.Load(path.c_str())) return false;
+    // It may be the one that names the folder, only further behind.
+    if (!settings.whole) throw ToolError(ExitCode::BadCommandLine, CutShort(path));
     const SettingsValue data = settings.GetValue("[General].AppDataPath");
     if (!data.Exists()) return false;
     found = {path, data.AsString(), settings.GetValue("[General].PreloadFiles").Exists()};

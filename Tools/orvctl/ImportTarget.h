@@ -15,7 +15,8 @@ struct PromptSettings {
     bool preloads = false;
 };
 
-// Reads `path` or, when that has no AppDataPath or is empty, the usual file of the service.
+// Reads `path` or, when that has no AppDataPath or is empty, the usual file of the service. Throws ToolError for one
+// that cannot be read to its end.
 PromptSettings FindPromptSettings(const std::string& path);
 
 // The root of prompts and playlists: the parameter IVRPROMPTPATH, or else Data/Ivr/Prompts of the settings; absolute,

@@ -2,6 +2,8 @@
 
 #include <cctype>
 
+#include "Tools/SettingsFile.h"
+
 namespace Orv {
 namespace {
 
@@ -37,7 +39,7 @@ bool IsPassword(const std::string& line) {
 }  // namespace
 
 std::string CutShort(const std::string& path) {
-    return "The settings file " + path + " cannot be read to its end; look at its disk, and write the file again";
+    return "The settings file " + path + CutShortText;
 }
 
 std::string QuotedValue(const std::string& value) {

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+
 #include "Platform/NamedPipe.h"
 #include "Platform/Path.h"
 #include "Platform/sim/Simulation.h"
@@ -60,6 +62,19 @@ TEST_F(PipeFolderTest, ANamedSettingsFileThatCannotBeReadIsRefusedWithWhatToDo) 
     AddSettings(usual_, "/srv/pipes");
     EXPECT_EQ(Chosen("", "/home/none.ini"), "");
     EXPECT_EQ(error_, "the settings file /home/none.ini cannot be opened; check its name and its rights");
+}
+
+// What stood in front of the bad spot was taken for all of it: without its PipePath the pipes were looked for where the
+// service does not serve them.
+TEST_F(PipeFolderTest, ASettingsFileThatCannotBeReadToItsEndIsRefusedNamedOrNot) {
+    for (const std::string& file : {usual_, std::string("/home/a.ini")}) {
+        AddSettings(file, "/srv/pipes");
+        sim_.Files().FailReads(file, EIO, 1);
+        EXPECT_EQ(Chosen("", file == usual_ ? "" : file), "");
+        EXPECT_EQ(error_, "the settings file " + file +
+                              " cannot be read to its end; look at its disk, and write the file again");
+    }
+    EXPECT_EQ(Chosen("run/pipe", ""), "run/pipe") << "no file is wanted";
 }
 
 TEST_F(PipeFolderTest, AFolderOnTheCommandLineComesBeforeEverything) {

@@ -71,6 +71,15 @@ TEST(PromptSettings, TheFileWithAnAppDataPathCounts) {
     EXPECT_TRUE(settings.preloads);
 }
 
+// What stood in front of the bad spot was taken for all of it: without its AppDataPath the files went into the usual
+// folder, where the service never looks. The system's own files say that they are longer than what can be read of them.
+TEST(PromptSettings, AFileThatCannotBeReadToItsEndIsRefused) {
+    const std::string shorter = "/sys/kernel/uevent_seqnum";
+    if (!fs::exists(shorter)) GTEST_SKIP() << "no " << shorter << " on this machine";
+    EXPECT_THAT(Refusal([&] { FindPromptSettings(shorter); }),
+                HasSubstr("The settings file " + shorter + " cannot be read to its end; look at its disk"));
+}
+
 TEST(FeedTarget, TheFolderIsFoundWhateverItsCaseAndSharersAreNamed) {
     const OrvTest::TempFolder root;
     fs::create_directories(root / "Playlist/Jazz");

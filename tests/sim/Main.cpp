@@ -36,6 +36,7 @@ void PrintCounts(const OrvSim::Counts& counts) {
         {"changes of the log level", counts.levelChanges},
         {"live sources that came", counts.sources},
         {"stalls of live sources", counts.sourceStalls},
+        {"broken reads of them", counts.brokenReads},
         {"bytes of live sources", counts.sourceBytes},
         {"blocks of live sound", counts.liveBlocks},
         {"changes of the disk", counts.diskFaults},

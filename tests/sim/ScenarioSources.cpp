@@ -1,5 +1,6 @@
 // Those who serve live sound: they come, send at their own pace, stall, go, and come back.
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "Platform/NamedPipe.h"
@@ -29,14 +30,18 @@ void Scenario::ServeSource(Rng rng, LiveSource& source) {
         auto endpoint = Platform::CreatePipeEndpoint(name);
         Platform::SystemError error = 0;
         auto instance = endpoint->CreateInstance(error);
-        if (instance == nullptr) {
-            world_.Fail("\"" + name + "\" cannot be served");
-            return;
-        }
         BeginSourceStep(source);
         source.Serve();
-        const bool met = MeetService(rng, source, *instance);
-        if (met) SendSound(rng, source, *instance);
+        bool met = false;
+        do {
+            if (instance == nullptr) {
+                world_.Fail("\"" + name + "\" cannot be served");
+                return;
+            }
+            met = MeetService(rng, source, *instance);
+            if (!met || SendSound(rng, source, *instance)) break;
+            instance = endpoint->CreateInstance(error);  // for who comes again
+        } while (!Over());
         if (met && rng.Chance(70)) SleepAsSource(rng, 0, 60);
         BeginSourceStep(source);
         source.Vanish(met, sim_.Now());
@@ -71,8 +76,9 @@ bool Scenario::MeetService(Rng& rng, LiveSource& source, Platform::IPipeInstance
     return false;
 }
 
-// In real time, more or less; a few are too slow, a few too fast, and each stalls now and then.
-void Scenario::SendSound(Rng& rng, LiveSource& source, Platform::IPipeInstance& instance) {
+// In real time, more or less; a few are too slow, a few too fast, and each stalls now and then. False when the
+// connection has broken.
+bool Scenario::SendSound(Rng& rng, LiveSource& source, Platform::IPipeInstance& instance) {
     constexpr u32 paces[] = {2000, 2000, 2000, 1100, 3700};
     const u32 pace = paces[rng.Below(std::size(paces))];
     const bool ragged = rng.Chance(50);
@@ -90,17 +96,36 @@ void Scenario::SendSound(Rng& rng, LiveSource& source, Platform::IPipeInstance& 
             std::memcpy(sound + at, &noise, std::min<u64>(sizeof noise, count - at));
         }
         BeginSourceStep(source);
+        if (rng.Chance(1)) return BreakRead(rng, source, instance);
         for (u64 sent = 0; sent < count;) {
             const i64 taken = instance.Write(sound + sent, count - sent);
             if (taken < 0) {  // as the last one who played it does
                 if (world_.exact) world_.Fail("the service has left the live source \"" + source.Path() + "\"");
-                return;
+                return false;
             }
             source.Send(sound + sent, static_cast<u64>(taken), sim_.Now());
             sent += static_cast<u64>(taken);
             world_.counts.sourceBytes += static_cast<u64>(taken);
         }
     }
+    return true;
+}
+
+// Of the service, behind the next bytes. It comes again at once, to whom it finds there.
+bool Scenario::BreakRead(Rng& rng, LiveSource& source, Platform::IPipeInstance& instance) {
+    ++world_.counts.brokenReads;
+    sim_.Pipes().FailClientReads(source.Path().substr(sizeof kPipeRoot - 1), EIO, 1);
+    const u8 last[2] = {};
+    const i64 taken = instance.Write(last, sizeof last);
+    if (taken > 0) source.Send(last, static_cast<u64>(taken), sim_.Now());
+    source.Vanish(true, sim_.Now());
+    source.Serve();
+    world_.sourceVanished = sim_.Now();
+    SleepAsSource(rng, 1, 60);
+    if (world_.exact && instance.Write(last, sizeof last) >= 0) {
+        world_.Fail("a failed read has not ended the connection to \"" + source.Path() + "\"");
+    }
+    return false;
 }
 
 }  // namespace OrvSim

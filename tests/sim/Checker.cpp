@@ -113,7 +113,7 @@ void Checker::OnMessage(u64 thread, const std::string& word, const std::string& 
     } else if (text.starts_with("Change log verbosity to ") && !reloaded_) {
         Reload();
     } else if (text.starts_with("Shutdown channel ") || text.starts_with("Creating channel ") ||
-               text.starts_with("Change log verbosity to ")) {
+               text.starts_with("Change log verbosity to ") || text.starts_with("Announcement ")) {
         OnManagerLine(std::string(text));
     } else if (source == "OrvAudioFeeder" && text.starts_with("[")) {
         seen_.insert(std::string(text.substr(0, 12)));

@@ -151,6 +151,9 @@ void Checker::ExpectRebuild(const Row& newRow, const Row& oldRow) {
 
 // Under its old name an announcement stays where it is.
 void Checker::ApplyAnnouncement(bool deleted, const Row& newRow, const Row& oldRow) {
+    const Row& told = deleted ? oldRow : newRow;
+    ExpectManagerLine(std::string("Announcement ") + (deleted ? "delete: " : "updated: ") + told.Text("thename") + "(" +
+                      std::to_string(told.Number("thetype")) + ")[" + told.Text("thefile") + "]");
     if (deleted) {
         world_.announcements.erase(oldRow.Text("thename"));
     } else {

@@ -14,14 +14,17 @@ constexpr u32 kRestMilliseconds = 2;
 
 void ChangePace::Begin() noexcept {
     const u64 now = Platform::SteadyMilliseconds();
-    if (now - end_ >= kRestMilliseconds) begin_ = now;
+    if (now >= end_.load(std::memory_order_relaxed) + kRestMilliseconds) begin_.store(now, std::memory_order_relaxed);
 }
 
 void ChangePace::End() {
-    end_ = Platform::SteadyMilliseconds();
-    if (end_ - begin_ < kWorkMilliseconds) return;
-    Platform::SleepMilliseconds(kRestMilliseconds);
-    begin_ = end_ = Platform::SteadyMilliseconds();
+    u64 now = Platform::SteadyMilliseconds();
+    if (now >= begin_.load(std::memory_order_relaxed) + kWorkMilliseconds) {
+        Platform::SleepMilliseconds(kRestMilliseconds);
+        now = Platform::SteadyMilliseconds();
+        begin_.store(now, std::memory_order_relaxed);
+    }
+    end_.store(now, std::memory_order_relaxed);
 }
 
 }  // namespace Orv

@@ -2,12 +2,14 @@
 // them concerns are due meanwhile.
 #pragma once
 
+#include <atomic>
+
 #include "Platform/Types.h"
 
 namespace Orv {
 
-// Of one thread. Changes that follow one another leave the pumps as much time as they take themselves: 2 ms of work, 2
-// ms of rest. One that comes by itself has no rest before it.
+// Changes that follow one another leave the pumps as much time as they take themselves: 2 ms of work, 2 ms of rest. One
+// that comes by itself has no rest before it. Any thread.
 class ChangePace {
 public:
     // Around each change. End() may sleep for 2 ms: no lock is held and no turn.
@@ -15,9 +17,10 @@ public:
     void End();
 
 private:
-    // Steady milliseconds: of the first change since the last rest or gap, and of the end of the last one.
-    u64 begin_ = 0;
-    u64 end_ = 0;
+    // Steady milliseconds: of the first change since the last rest or gap, and of the end of the last one. Threads that
+    // make changes at once only blur each other's pace, so that no order is needed.
+    std::atomic<u64> begin_{0};
+    std::atomic<u64> end_{0};
 };
 
 }  // namespace Orv

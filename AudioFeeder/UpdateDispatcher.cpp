@@ -82,7 +82,7 @@ void FillTableIds() {
 
 void OnConfigUpdate(const char* table, const char* kind, u32, VX::ParamListHolder* newRow,
                     VX::ParamListHolder* oldRow) {
-    thread_local ChangePace pace;
+    static ChangePace pace;
     pace.Begin();
     try {
         const auto known = TableIds().find(table);

@@ -16,7 +16,7 @@ namespace Platform {
 
 // What a connection may do until Admit() names it.
 struct StrangerLimits {
-    u64 bytes = 256u << 10;     // that it sends; looked at each 25 ms
+    u64 bytes = 256u << 10;     // that it sends; looked at as they come, when whoever serves it may have read some more
     u32 milliseconds = 60'000;  // that it stays
 };
 

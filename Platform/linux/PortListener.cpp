@@ -6,17 +6,20 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "Platform/Clock.h"
@@ -84,23 +87,51 @@ bool RunsShort(int descriptor) {
     return static_cast<u64>(descriptor) >= most - std::min<u64>(PortListener::SpareDescriptors, most / 4);
 }
 
-// A connection that nobody has admitted. The descriptor is one of our own beside that of whoever serves it.
-struct Stranger {
-    Descriptor socket;
-    u64 deadline = 0;
+// What has come on a connection.
+u64 BytesReceived(int socket) {
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    const bool known = ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 &&
+                       size >= offsetof(tcp_info, tcpi_bytes_received) + sizeof info.tcpi_bytes_received;
+    return known ? info.tcpi_bytes_received : 0;
+}
+
+// Resets a connection: what waits in it goes at once, and who has more to send is told, which he is not while he waits
+// for room in a connection that has only been shut. Whoever serves it sees its end.
+void CutOff(int socket) {
+    sockaddr nobody{};
+    nobody.sa_family = AF_UNSPEC;
+    if (::connect(socket, &nobody, sizeof nobody) != 0) ::shutdown(socket, SHUT_RDWR);
+}
+
+// A connection that nobody has admitted. The descriptor is one of our own beside that of whoever serves it, and `watch`
+// (an epoll) tells by its number when something has come.
+class Stranger {
+public:
+    Stranger(Descriptor socket, int watch, u64 deadline)
+        : socket_(std::move(socket)), watch_(watch), deadline_(deadline) {
+        epoll_event wanted{};
+        wanted.events = EPOLLIN | EPOLLET;  // at each arrival, whoever reads it
+        wanted.data.fd = socket_.Get();
+        ::epoll_ctl(watch_, EPOLL_CTL_ADD, socket_.Get(), &wanted);
+    }
+    // It would be told of for as long as whoever serves it has it open, by a number that may mean another one.
+    ~Stranger() { ::epoll_ctl(watch_, EPOLL_CTL_DEL, socket_.Get(), nullptr); }
+    Stranger(const Stranger&) = delete;
+    Stranger& operator=(const Stranger&) = delete;
 
     // Shut on both sides, as whoever serves it does before closing.
     bool HasEnded() const {
-        pollfd state{socket.Get(), 0, 0};
+        pollfd state{socket_.Get(), 0, 0};
         return ::poll(&state, 1, 0) == 1;
     }
-    u64 BytesSent() const {
-        tcp_info info{};
-        socklen_t size = sizeof info;
-        const bool known = ::getsockopt(socket.Get(), IPPROTO_TCP, TCP_INFO, &info, &size) == 0 &&
-                           size >= offsetof(tcp_info, tcpi_bytes_received) + sizeof info.tcpi_bytes_received;
-        return known ? info.tcpi_bytes_received : 0;
-    }
+    bool HasDoneTooMuch(u64 now, u64 bytes) const { return now >= deadline_ || BytesReceived(socket_.Get()) > bytes; }
+    void End() const { CutOff(socket_.Get()); }
+
+private:
+    const Descriptor socket_;
+    const int watch_;
+    const u64 deadline_;
 };
 
 }  // namespace
@@ -144,10 +175,11 @@ struct PortListener::Impl {
     }
 
     void Run() {
-        std::vector<pollfd> waiting{{wake.Get(), POLLIN, 0}};
+        std::vector<pollfd> waiting{{wake.Get(), POLLIN, 0}, {watch.Get(), POLLIN, 0}};
         for (const Descriptor& socket : sockets) waiting.push_back({socket.Get(), POLLIN, 0});
         while (!stop.load(std::memory_order_acquire)) {
             ::poll(waiting.data(), waiting.size(), LookAtStrangers() ? kWatchMilliseconds : -1);
+            CutOffWhoSentTooMuch();
             for (const Descriptor& socket : sockets) {
                 if (!Take(socket.Get())) ::poll(waiting.data(), 1, kPauseMilliseconds);
             }
@@ -163,12 +195,23 @@ struct PortListener::Impl {
         std::erase_if(strangers, [&](const auto& entry) {
             const Stranger& stranger = entry.second;
             if (stranger.HasEnded()) return true;
-            if (now < stranger.deadline && stranger.BytesSent() <= limits.bytes) return false;
-            ::shutdown(stranger.socket.Get(), SHUT_RDWR);
+            if (!stranger.HasDoneTooMuch(now, limits.bytes)) return false;
+            stranger.End();
             return true;
         });
         if (strangers.empty()) nextLook = 0;
         return !strangers.empty();
+    }
+
+    // As it comes: on one machine megabytes would come between two looks.
+    void CutOffWhoSentTooMuch() {
+        std::array<epoll_event, kTakenInARow> arrivals{};
+        LockGuard<Mutex> guard(mutex);  // so that none of them ends between the telling and the look
+        const int count = ::epoll_wait(watch.Get(), arrivals.data(), static_cast<int>(arrivals.size()), 0);
+        for (int i = 0; i < count; ++i) {
+            const int socket = arrivals[static_cast<std::size_t>(i)].data.fd;
+            if (BytesReceived(socket) > limits.bytes) CutOff(socket);
+        }
     }
 
     // False when one who waits could not be taken.
@@ -184,8 +227,9 @@ struct PortListener::Impl {
             if (!watched.IsOpen() || RunsShort(socket.Get()) || RunsShort(watched.Get())) continue;
             {
                 LockGuard<Mutex> guard(mutex);
-                strangers.insert_or_assign(peer.Text(),
-                                           Stranger{std::move(watched), SteadyMilliseconds() + limits.milliseconds});
+                strangers.erase(peer.Text());
+                strangers.try_emplace(peer.Text(), std::move(watched), watch.Get(),
+                                      SteadyMilliseconds() + limits.milliseconds);
             }
             connected(socket.Release());
         }
@@ -196,6 +240,7 @@ struct PortListener::Impl {
     u32 port = 0;
     std::vector<Descriptor> sockets;
     Descriptor wake;
+    Descriptor watch;
     StrangerLimits limits;
     Connected connected;
 
@@ -219,7 +264,8 @@ std::unique_ptr<PortListener> PortListener::Open(const std::string& host, u32 po
 std::unique_ptr<PortListener> PortListener::Open(const std::vector<std::string>& hosts, u32 port, SystemError& error) {
     auto impl = std::make_unique<Impl>();
     impl->wake = Descriptor(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
-    error = impl->wake.IsOpen() ? 0 : static_cast<SystemError>(errno);
+    impl->watch = Descriptor(::epoll_create1(EPOLL_CLOEXEC));
+    error = impl->wake.IsOpen() && impl->watch.IsOpen() ? 0 : static_cast<SystemError>(errno);
     if (error != 0) return nullptr;
     const std::vector<Address> addresses = FindAddresses(hosts);
     // The port that the first address has got may be somebody else's on the next one.

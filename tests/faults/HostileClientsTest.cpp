@@ -175,7 +175,9 @@ TEST_F(HostileClients, HalfMessagesOfStrangersAreCutOffBeforeTheyTakeMemory) {
     const long grown = FigureOf(Config(), "VmHWM") - memory;
     std::printf("16 strangers with messages of 2 GB: the most that one could send was %llu kB; memory grew by %ld kB\n",
                 static_cast<unsigned long long>(most.load() / 1024), grown);
-    EXPECT_LT(grown, 256 * kMegabyte);
+    // A hash takes 32 of them, and most of what went lay in the sockets. Looked at only now and then, each stranger had
+    // brought in up to 23 MB.
+    EXPECT_LT(grown, 128 * kMegabyte);
     ExpectServed();
     ExpectTheFeedPlaysOn();
 }

@@ -8,8 +8,8 @@
 namespace Orv {
 
 // The level limit, 0 to 32767 with 0 for no control at all, and whether a quiet feed is raised towards it. The two
-// always count as a pair.
-struct LevelSetting {
+// always count as a pair. Aligned as a word, so that an atomic of it takes no lock with any compiler.
+struct alignas(4) LevelSetting {
     i16 maxLevel = 0;
     bool autogain = false;
     bool operator==(const LevelSetting&) const = default;

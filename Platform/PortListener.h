@@ -16,7 +16,7 @@ namespace Platform {
 
 // What a connection may do until Admit() names it.
 struct StrangerLimits {
-    u64 bytes = 256u << 10;     // that it sends; looked at as they come, when whoever serves it may have read some more
+    u64 bytes = 256u << 10;     // that it sends; looked at as they come, by when whoever serves it may have read some
     u32 milliseconds = 60'000;  // that it stays
 };
 

@@ -14,8 +14,8 @@ bool IsTerminal(StandardStream stream);
 // Columns and rows of the terminal on standard error or output; 80 and 24 when there is none.
 u32 TerminalWidth();
 u32 TerminalHeight();
-// Whether the stream is a terminal that is to be coloured: not one named "dumb", and not with NO_COLOR in the
-// environment.
+// Whether the stream is a terminal that is to be coloured: not one that TERM names "dumb" or not at all, and
+// not with NO_COLOR in the environment.
 bool ShowsColours(StandardStream stream);
 // Asks on the terminal and reads one line without echo. False when there is no terminal or no line.
 bool ReadPassword(const std::string& prompt, std::string& password);

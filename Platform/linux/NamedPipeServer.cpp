@@ -40,8 +40,8 @@ public:
     i64 TryWrite(const void* data, u64 size) override;
 
 private:
-    // Whether the client can take a block, now or within so many milliseconds (-1: without limit).
-    bool HasRoom(int milliseconds) const;
+    // Whether the client can take a block within so many milliseconds; 0: now, -1: without limit.
+    bool WaitForRoom(int milliseconds) const;
     // The count that the client has taken, 0 when that is nothing, or -1 when it is gone.
     i64 Send(const void* data, u64 size);
     void DropReceived();
@@ -82,7 +82,7 @@ ConnectState PipeInstance::PollConnect(SystemError& error) {
 i64 PipeInstance::Write(const void* data, u64 size, u64 deadline) {
     std::optional<ThreadWaitScope> waiting;
     for (;;) {
-        const bool hasRoom = HasRoom(0);
+        const bool hasRoom = WaitForRoom(0);
         const i64 taken = hasRoom ? Send(data, size) : 0;
         if (taken != 0 || size == 0) return taken;
         const u64 now = deadline != NoDeadline ? SteadyMilliseconds() : 0;
@@ -91,17 +91,17 @@ i64 PipeInstance::Write(const void* data, u64 size, u64 deadline) {
         if (hasRoom) {
             SleepMilliseconds(kMemoryRetryMilliseconds);
         } else {
-            HasRoom(deadline != NoDeadline ? static_cast<int>(std::min<u64>(deadline - now, INT_MAX)) : -1);
+            WaitForRoom(deadline != NoDeadline ? static_cast<int>(std::min<u64>(deadline - now, INT_MAX)) : -1);
         }
     }
 }
 
 i64 PipeInstance::TryWrite(const void* data, u64 size) {
-    return size == 0 || HasRoom(0) ? Send(data, size) : 0;
+    return size == 0 || WaitForRoom(0) ? Send(data, size) : 0;
 }
 
 // Also true when the client has gone, which the write then tells.
-bool PipeInstance::HasRoom(int milliseconds) const {
+bool PipeInstance::WaitForRoom(int milliseconds) const {
     pollfd room{client_.Get(), POLLOUT, 0};
     return ::poll(&room, 1, milliseconds) > 0;
 }

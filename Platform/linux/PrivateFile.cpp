@@ -8,22 +8,10 @@
 
 #include <cerrno>
 
+#include "Platform/linux/Descriptor.h"
+
 namespace Platform {
 namespace {
-
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int Get() const { return fd_; }
-
-private:
-    int fd_;
-};
 
 class FileLock : public IFileLock {
 public:
@@ -118,7 +106,7 @@ bool ReadWholeFile(const std::string& path, u64 limit, std::string& text, System
 }
 
 SystemError NoWriterError() {
-    return ETIMEDOUT;
+    return EPIPE;
 }
 
 std::string ReadErrorText(SystemError error) {

@@ -22,12 +22,17 @@ int Descriptor(StandardStream stream) {
     return STDERR_FILENO;
 }
 
+constexpr unsigned short kUsualRows = 24;
+
 winsize TerminalSize() {
     for (const int fd : {STDERR_FILENO, STDOUT_FILENO}) {
         winsize size{};
-        if (::ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 && size.ws_row > 0) return size;
+        if (::ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
+            if (size.ws_row == 0) size.ws_row = kUsualRows;  // a line whose terminal told its width alone
+            return size;
+        }
     }
-    return {24, 80, 0, 0};
+    return {kUsualRows, 80, 0, 0};
 }
 
 void WriteAll(int fd, const std::string& text) {

@@ -71,7 +71,7 @@ SystemError FileTooLargeError() {
 }
 
 SystemError NoWriterError() {
-    return ETIMEDOUT;
+    return EPIPE;
 }
 
 std::string ReadErrorText(SystemError error) {

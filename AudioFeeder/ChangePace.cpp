@@ -14,12 +14,13 @@ constexpr u32 kRestMilliseconds = 2;
 
 void ChangePace::Begin() noexcept {
     const u64 now = Platform::SteadyMilliseconds();
-    if (now >= end_.load(std::memory_order_relaxed) + kRestMilliseconds) begin_.store(now, std::memory_order_relaxed);
+    // Unsigned: an end that lies ahead, of another thread or of another simulated world, is a gap like any other.
+    if (now - end_.load(std::memory_order_relaxed) >= kRestMilliseconds) begin_.store(now, std::memory_order_relaxed);
 }
 
 void ChangePace::End() {
     u64 now = Platform::SteadyMilliseconds();
-    if (now >= begin_.load(std::memory_order_relaxed) + kWorkMilliseconds) {
+    if (now - begin_.load(std::memory_order_relaxed) >= kWorkMilliseconds) {
         Platform::SleepMilliseconds(kRestMilliseconds);
         now = Platform::SteadyMilliseconds();
         begin_.store(now, std::memory_order_relaxed);

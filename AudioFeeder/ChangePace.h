@@ -8,8 +8,8 @@
 
 namespace Orv {
 
-// Changes that follow one another leave the pumps as much time as they take themselves: 2 ms of work, 2 ms of rest. One
-// that comes by itself has no rest before it. Any thread.
+// Changes that follow one another leave the pumps a rest: 2 ms after each 2 ms of work, and no more after one that
+// takes longer by itself. The first one after a gap has no rest before it. Any thread.
 class ChangePace {
 public:
     // Around each change. End() may sleep for 2 ms: no lock is held and no turn.

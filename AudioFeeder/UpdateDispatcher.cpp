@@ -83,17 +83,19 @@ void FillTableIds() {
 void OnConfigUpdate(const char* table, const char* kind, u32, VX::ParamListHolder* newRow,
                     VX::ParamListHolder* oldRow) {
     static ChangePace pace;
-    pace.Begin();
+    bool isRow = false;  // not the service's own start and end
     try {
         const auto known = TableIds().find(table);
         if (known == TableIds().end()) return;
+        isRow = known->second != ConfigServer;
+        if (isRow) pace.Begin();
         // Parameters too: a reload that has read the old value must not set it behind the new one.
         EventTurn turn;
         Dispatch(known->second, *kind == 'D', FeedRow(*newRow), FeedRow(*oldRow));
     } catch (const std::exception& exception) {
         ORV_LOG(Excep) << exception.what();
     }
-    pace.End();
+    if (isRow) pace.End();
 }
 
 void ApplyLoggingLevel(const FeedRow& row) {

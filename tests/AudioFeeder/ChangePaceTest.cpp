@@ -43,6 +43,25 @@ TEST_F(ChangePaceTest, OneThatTakesLongHasTheRestOfAShortOne) {
     world_.Run([&] { EXPECT_EQ(Make(1, 100), 102U); });
 }
 
+// One process plays many simulated worlds, each of which begins its clock again.
+TEST(ChangePaceOfManyWorldsTest, AClockThatBeginsAgainIsAGap) {
+    Orv::ChangePace pace;
+    for (int world = 0; world < 2; ++world) {
+        FeederWorld().Run([&] {
+            const u64 begin = Platform::SteadyMilliseconds();
+            for (int change = 0; change < 10; ++change) {
+                pace.Begin();
+                Platform::SleepMilliseconds(1);
+                pace.End();
+            }
+            EXPECT_EQ(Platform::SteadyMilliseconds() - begin, 20U) << "world " << world;
+            Sleep(5000);
+            pace.Begin();
+            pace.End();
+        });
+    }
+}
+
 TEST_F(ChangePaceTest, AGapIsRestEnough) {
     world_.Run([&] {
         for (int i = 0; i < 10; ++i) {

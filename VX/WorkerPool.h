@@ -25,15 +25,23 @@ public:
     void Stop();
 
 private:
-    void Run();
+    // Each sleeps on a condition of its own: the C library of Debian 12 now and then loses the wake-up of one thread
+    // where many wait on the same (its bug 25847), and the task would wait for the next one to be posted.
+    struct Worker {
+        Platform::CondVar wake;
+        bool called = false;  // guarded by the pool's mutex
+        Platform::Thread thread;
+    };
+
+    void Run(Worker& worker);
     void Append(std::function<void()> task) ORV_REQUIRES(mutex_);
 
     const u64 maxWaiting_;
     Platform::Mutex mutex_;
-    Platform::CondVar changed_;
     std::deque<std::function<void()>> tasks_ ORV_GUARDED_BY(mutex_);
+    std::vector<Worker*> idle_ ORV_GUARDED_BY(mutex_);  // the one that has rested least is called first
     bool stopping_ ORV_GUARDED_BY(mutex_) = false;
-    std::vector<Platform::Thread> threads_;  // of the owner
+    std::deque<Worker> workers_;  // of the owner
 };
 
 }  // namespace VX

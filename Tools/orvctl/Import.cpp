@@ -205,8 +205,9 @@ const Row* FindByKey(const std::vector<Row>& rows, int column, const std::string
     return found == rows.end() ? nullptr : &*found;
 }
 
-ImportTarget FindTargetFolder(const CommandContext& context, const ImportOptions& options, bool& preloads) {
-    Connection connection = context.Connect();
+ImportTarget FindTargetFolder(const CommandContext& context, const Target& service, const ImportOptions& options,
+                              bool& preloads) {
+    Connection connection(*context.connector, service);
     const PromptSettings settings = FindPromptSettings(context.options.configFile);
     preloads = settings.preloads;
     const std::string root =
@@ -241,6 +242,8 @@ void ImportFiles(const CommandContext& context, const ImportOptions& options) {
     if (!options.announcement.empty() && options.files.size() != 1) {
         throw ToolError(ExitCode::BadCommandLine, "An announcement has one file");
     }
+    // May ask for a password, and a stop signal ends that at once.
+    const Target service = FindTarget(context.options);
     // Before the connection starts threads, on which a stop signal would end the process with a file half made.
     Platform::PrepareProcess();
     std::atomic<bool> stop{false};
@@ -249,7 +252,8 @@ void ImportFiles(const CommandContext& context, const ImportOptions& options) {
     ConvertSettings settings{FindConverter(), std::nullopt, options.memoryLimit, options.timeLimit};
     if (!options.keepLoudness) settings.lufs = options.lufs;
     bool preloads = false;
-    ImportTarget target = FindTargetFolder(context, options, preloads);
+    ImportTarget target = FindTargetFolder(context, service, options, preloads);
+    if (stop.load(std::memory_order_relaxed)) throw ToolError(ExitCode::FileRefused, "Stopped; no file was converted");
     MakeFolder(target.folder, !options.feed.empty());
 
     Importer importer(target, options, settings, stop);

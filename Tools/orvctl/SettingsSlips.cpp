@@ -79,7 +79,9 @@ void CheckPort(const CommonSettings& settings, std::vector<std::string>& slips) 
     if (section == nullptr) return;
     const SettingsValue& port = section->FindValue("confport");
     const std::string text = port.AsString();
-    const bool plain = text.find_first_not_of("0123456789") == std::string::npos || text.rfind("0x", 0) == 0;
+    const bool isHexadecimal = text.rfind("0x", 0) == 0;
+    const char* const digits = isHexadecimal ? "0123456789abcdefABCDEF" : "0123456789";
+    const bool plain = text.find_first_not_of(digits, isHexadecimal ? 2 : 0) == std::string::npos;
     if (plain || port.AsInteger() == 0) return;
     slips.push_back("ConfPort under [ConfService] is \"" + text + "\", which is read as " +
                     std::to_string(port.AsInteger()));

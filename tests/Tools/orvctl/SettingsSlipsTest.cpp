@@ -45,6 +45,9 @@ TEST(SettingsSlips, AKeyInTheWrongSectionIsTold) {
 TEST(SettingsSlips, APortThatIsReadInPartIsTold) {
     EXPECT_THAT(SlipsIn("[ConfService]\nConfPort=54x5\n"),
                 ElementsAre("ConfPort under [ConfService] is \"54x5\", which is read as 54"));
+    EXPECT_THAT(SlipsIn("[ConfService]\nConfPort=0x15zz\n"),
+                ElementsAre("ConfPort under [ConfService] is \"0x15zz\", which is read as 21"));
+    EXPECT_THAT(SlipsIn("[ConfService]\nConfPort=0x156d\n"), IsEmpty());
 }
 
 TEST(SettingsSlips, OtherKeysAndSectionsAreOtherPrograms) {

@@ -41,7 +41,7 @@ std::string WithoutColours(const std::string& text) {
     return std::regex_replace(text, std::regex("\x1b\\[[0-9;]*m"), "");
 }
 
-TEST(StateText, ABarHasACellForEach3DecibelsAbove60) {
+TEST(StateText, ABarHasACellForEach3DecibelsAboveMinus60) {
     // A peak of 1036 is 30.0 dB below full scale.
     const std::string text = StateText(State({Feed("a", "playing", 1036), Feed("b", "playing", 0)}), {});
     EXPECT_THAT(text, AllOf(HasSubstr("[##########          ] -30.0 dB"), HasSubstr("[                    ]   silent"),

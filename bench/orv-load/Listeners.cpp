@@ -21,6 +21,7 @@ constexpr i64 kGrace = 2 * kSecond;
 constexpr i64 kGuessTolerance = kBlockTime / 4;
 // After its first block a paced client waits so long that two more blocks wait for it.
 constexpr i64 kPacedDelay = 3 * kBlockTime;
+constexpr i64 kPauseLook = 2 * kMillisecond;
 constexpr int kEventsAtOnce = 1024;
 constexpr u64 kConnectsAtOnce = 256;
 constexpr std::size_t kReadBytes = 65536;
@@ -207,7 +208,9 @@ void Listeners::Run() {
     const timespec period{0, period_};
     while (!stop_) {
         if (period_ > 0) ::nanosleep(&period, nullptr);
-        if (!paused_) {
+        if (paused_) {
+            SleepFor(kPauseLook);
+        } else {
             ReadReady();
             ReadPaced();
         }

@@ -5,7 +5,7 @@
 #   ./run.sh                start and show
 #   ./run.sh --seconds 20   the same, ended after that time
 #
-# Everything it makes lies in run/ (delete that folder to start afresh) and build/release/.
+# What it makes lies in run/ (delete it to start afresh), in build/, and, where this path is long, pipes in /tmp.
 set -euo pipefail
 cd "$(dirname "$0")"
 . cmake/packages.sh
@@ -41,7 +41,7 @@ mkdir -p build run
 # The programs that it starts hold the lock too, so that none is left when another begins.
 exec 9>run/lock
 if ! flock -n 9; then
-    echo "Another ./run.sh plays from this folder already, or has left its programs behind: end it with Ctrl-C first" >&2
+    echo "Another ./run.sh plays from this folder already, or has left its programs behind: end it with Ctrl-C, or what \`fuser run/lock\` names" >&2
     exit 1
 fi
 [ -x build/release/bin/orv-audio-feed ] || echo "Building (the first time takes some minutes) ..."

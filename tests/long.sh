@@ -19,8 +19,8 @@ simulate_many() {
     # shellcheck disable=SC2064
     trap "kill $half 2>/dev/null || true" EXIT
     build/dev/bin/orv-sim --seed 5001 --seeds 5000
-    trap - EXIT
     wait "$half"
+    trap - EXIT
 }
 
 fail_each() {

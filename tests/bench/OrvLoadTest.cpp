@@ -33,14 +33,14 @@ std::vector<u8> CountedBlock(u32 first) {
 // A pipe of the test's own, with one client of `listeners` on it.
 class OwnPipe {
 public:
-    OwnPipe(Listeners& listeners, const std::string& path) {
+    OwnPipe(Listeners& listeners, const std::string& path, bool paced = false) {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         std::memcpy(address.sun_path, path.c_str(), path.size());
         const int server = ::socket(AF_UNIX, SOCK_STREAM, 0);
         EXPECT_EQ(::bind(server, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
         EXPECT_EQ(::listen(server, 1), 0);
-        listeners.Attach({{path, 0}});
+        listeners.Attach({{path, 0, {}, paced}});
         client_ = ::accept(server, nullptr, nullptr);
         ::close(server);
     }
@@ -283,6 +283,23 @@ TEST(ListenersTest, ALaterClientOfAFeedIsHeldAgainstTheSameGrid) {
     EXPECT_EQ(heard.blocks, 1U);
     EXPECT_EQ(heard.earliest, 0);
     EXPECT_GE(heard.lateness.Max(), 40 * kMillisecond);
+}
+
+TEST(ListenersTest, APacedClientTakesABlockEach125MillisecondsAndLeavesTwoWaitingUntilItHurries) {
+    const OrvTest::TempFolder folder;
+    Listeners listeners(kMillisecond);
+    const OwnPipe pipe(listeners, folder / "p", true);
+    pipe.Send(80 * kBlockBytes);
+    ASSERT_TRUE(listeners.WaitForFirstBlocks(10 * kSecond));
+    ASSERT_TRUE(WaitFor(10 * kSecond, [&] { return listeners.BlocksOf(0) >= 3; }));
+    // The second one comes three blocks' time after the first, the third one block's after that.
+    const i64 now = Now();
+    EXPECT_GE(now - listeners.FirstBlockAt(0), 4 * kBlockTime);
+    EXPECT_FALSE(listeners.HaveAllBefore(now));
+    // At its pace the others would take more than nine seconds.
+    listeners.Hurry();
+    EXPECT_TRUE(WaitFor(5 * kSecond, [&] { return listeners.BlocksOf(0) == 80; }));
+    EXPECT_TRUE(listeners.HaveAllBefore(now));
 }
 
 TEST(HistogramTest, AQuantileIsTheTimeThatItsShareDoesNotPass) {

@@ -46,6 +46,8 @@ public:
     void OnAnswer(const std::string& table, i32 id, const Row& row);
     void BeginChange(const std::string& table, const std::string& kind, i32 id, const Row& newRow, const Row& oldRow);
     void EndChange();
+    // All threads wait for time: one that rests behind its change has made it.
+    void BeforeTimePasses();
     // From here on the end is near: feeds go, and changes need not come any more.
     void OnStop();
     void OnLinkLost() { linkLost_ = true; }
@@ -91,6 +93,8 @@ private:
     void SetLevel(const std::string& value);
     FeedModel* PumpOf(const std::string& pipe);
     void Reload();
+    bool IsChangeMade() const;
+    void TakeChangeAsMade();
     void ApplyFeed(bool deleted, const Row& newRow, const Row& oldRow);
     void ApplyParameter(const Row& row);
     void ApplyAnnouncement(bool deleted, const Row& newRow, const Row& oldRow);

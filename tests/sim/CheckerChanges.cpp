@@ -1,4 +1,5 @@
 // Changes of the configuration on their way through the service.
+#include <algorithm>
 #include <cstdlib>
 
 #include "Platform/Thread.h"
@@ -97,6 +98,22 @@ void Checker::BeginChange(const std::string& table, const std::string& kind, i32
 
 void Checker::EndChange() {
     changing_ = false;
+    TakeChangeAsMade();
+}
+
+// The service rests between changes. What a change has brought counts from the moment before, since pumps and clients
+// go on meanwhile.
+void Checker::BeforeTimePasses() {
+    if (changing_ && world_.exact && IsChangeMade()) TakeChangeAsMade();
+}
+
+// No thread of an exact world waits for time in the middle of a change, but for the end of a feed.
+bool Checker::IsChangeMade() const {
+    if (!builds_.empty() || !managerLines_.empty()) return false;
+    return std::none_of(leaving_.begin(), leaving_.end(), [this](u32 serial) { return feeds_.count(serial) != 0; });
+}
+
+void Checker::TakeChangeAsMade() {
     if (building_ != nullptr) building_->EndBuild(true);
     building_ = nullptr;
     if (level_) {

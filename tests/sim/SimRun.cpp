@@ -43,6 +43,7 @@ public:
         sim_.Random().SetDrawHook([this](i32 value) {
             if (world_.exact) world_.shuffleKeys[Platform::CurrentThreadId()].push_back(value);
         });
+        sim_.SetTimeHook([this](u64) { checker_.BeforeTimePasses(); });
         scenario_.Prepare();
     }
 

@@ -16,12 +16,16 @@ endfunction()
 
 # One test program, each of its cases a CTest test of its own:
 # orv_test(name SOURCES a.cpp LINKS OrvX OrvPlatformLinux LABELS threads TIMEOUT 60)
-# Link exactly one of OrvPlatformLinux and OrvPlatformSim. Labels in use: "threads" for tests that also run under the
+# Link exactly one of OrvPlatformLinux and OrvPlatformSim. One label at most: "threads" for tests that also run under the
 # thread sanitizer, "e2e" for tests with real processes, "realtime" for tests that must not share the machine.
 # TOGETHER: the cases share what is made once for them all, so the whole program is one CTest test.
 function(orv_test name)
-  cmake_parse_arguments(ARG "TOGETHER" "TIMEOUT" "SOURCES;LINKS;LABELS" ${ARGN})
-  if(ORV_TEST_LABEL AND NOT ORV_TEST_LABEL IN_LIST ARG_LABELS)
+  cmake_parse_arguments(ARG "TOGETHER" "TIMEOUT;LABELS" "SOURCES;LINKS" ${ARGN})
+  if(ARG_UNPARSED_ARGUMENTS)
+    # A second label among them: gtest_discover_tests would lose it without a word.
+    message(FATAL_ERROR "orv_test(${name}) does not know \"${ARG_UNPARSED_ARGUMENTS}\"; LABELS takes one")
+  endif()
+  if(ORV_TEST_LABEL AND NOT ORV_TEST_LABEL STREQUAL ARG_LABELS)
     return()
   endif()
   if(ORV_COVERAGE AND NOT "${ARG_LINKS}" MATCHES "OrvServiceProcess|OrvFileEngine|OrvConfigClient|OrvAudioFeeder")

@@ -20,14 +20,13 @@ GrpcClient::~GrpcClient() {
     Close();
 }
 
-bool GrpcClient::Open(const std::string& credentials, PeerInfo& peer, bool& authFailed) {
+bool GrpcClient::Open(const std::string& credentials, u64 limit, PeerInfo& peer, bool& authFailed) {
     orv::vx::OpenRequest request;
     request.set_credentials(credentials);
     {
         Platform::LockGuard guard(joinMutex_);
         reader_ = Platform::Thread("vx-link", [this, request] { ReadStream(request); });
     }
-    const u64 limit = Platform::SteadyMilliseconds() + options_.connectMilliseconds;
     Platform::LockGuard guard(mutex_);
     while (state_ == State::Opening) {
         const u64 now = Platform::SteadyMilliseconds();

@@ -20,9 +20,9 @@ public:
     GrpcClient(std::shared_ptr<grpc::Channel> channel, const GrpcOptions& options, ILinkEvents& events);
     ~GrpcClient() override;
 
-    // Opens the session and waits for the welcome. Called once, before anything else. False when there is none within
-    // the time limit; `authFailed` tells whether the credentials were refused.
-    bool Open(const std::string& credentials, PeerInfo& peer, bool& authFailed);
+    // Opens the session and waits for the welcome until `limit`, in steady milliseconds. Called once, before anything
+    // else. False when there is none by then; `authFailed` tells whether the credentials were refused.
+    bool Open(const std::string& credentials, u64 limit, PeerInfo& peer, bool& authFailed);
 
     bool Call(u32 number, const ParamListHolder& request, ParamListHolder& reply) override;
     void Close() override;

@@ -5,6 +5,7 @@
 #include <system_error>
 #include <vector>
 
+#include "Platform/Clock.h"
 #include "Platform/ProcessFigures.h"
 #include "Platform/Thread.h"
 #include "VX/GrpcClient.h"
@@ -18,6 +19,11 @@ constexpr u32 kLibraryThreads = 8;
 constexpr u32 kMostMilliseconds = 60'000;
 // Its own and the connection's, with some to spare; without them it ends the process. Asked for before each try.
 constexpr u64 kLibraryFiles = 8;
+// gRPC 1.51 reads what its connect() has left in errno after other calls that may change it, and then takes a
+// connection that is on its way for one that has failed. In a root without /sys, the first lock for which two of its
+// threads meet does that: the processors are counted there, and the file that tells them is not found. So one failure
+// proves nothing.
+constexpr u32 kTriesOfLibrary = 2;
 
 grpc::ChannelArguments MakeArguments(const GrpcOptions& options) {
     grpc::ChannelArguments arguments;
@@ -65,16 +71,21 @@ public:
                                    ILinkEvents& events, PeerInfo& peer, bool& authFailed) override {
         authFailed = false;
         if (host.empty() || port == 0 || port > 65535) return nullptr;
-        if (!HasRoomForFiles(kLibraryFiles) || !HoldLibrary()) return nullptr;
+        const u64 limit = Platform::SteadyMilliseconds() + options_.connectMilliseconds;
         const std::string target = "dns:///" + JoinAddress(host, port);
-        auto channel = grpc::CreateCustomChannel(target, grpc::InsecureChannelCredentials(), MakeArguments(options_));
-        auto link = std::make_unique<GrpcClient>(std::move(channel), options_, events);
-        try {
-            if (!link->Open(credentials, peer, authFailed)) return nullptr;
-        } catch (const std::system_error&) {
-            return nullptr;  // no thread to be had
+        for (u32 tries = 1;; ++tries) {
+            if (!HasRoomForFiles(kLibraryFiles) || !HoldLibrary()) return nullptr;
+            const auto channel =
+                grpc::CreateCustomChannel(target, grpc::InsecureChannelCredentials(), MakeArguments(options_));
+            auto link = std::make_unique<GrpcClient>(channel, options_, events);
+            try {
+                if (link->Open(credentials, limit, peer, authFailed)) return link;
+            } catch (const std::system_error&) {
+                return nullptr;  // no thread to be had
+            }
+            const bool connected = channel->GetState(false) != GRPC_CHANNEL_TRANSIENT_FAILURE;
+            if (connected || tries == kTriesOfLibrary || Platform::SteadyMilliseconds() >= limit) return nullptr;
         }
-        return link;
     }
 
 private:

@@ -8,10 +8,11 @@
 
 namespace VX {
 
-// Connects over TCP. A dead server is seen at once, a hung one after 40 seconds at most. The library under it and its
-// threads are there from the first try on until the connector goes. Before each try it is looked whether there are
-// descriptors enough, and before the library begins, by starting up to 24 threads and joining them, whether there are
-// threads; a try for which there is no room fails.
+// Connects over TCP. A dead server is seen at once, a hung one after 40 seconds at most. A connection that fails is
+// tried once more, at once and within the same time limit, since the library may be wrong about it. The library under
+// it and its threads are there from the first try on until the connector goes. Before each try it is looked whether
+// there are descriptors enough, and before the library begins, by starting up to 24 threads and joining them, whether
+// there are threads; a try for which there is no room fails.
 std::unique_ptr<ILinkConnector> CreateGrpcConnector();
 
 // Listens on `host`:`port` (an empty host: 127.0.0.1; port 0: any free one, told by Port()) under the name

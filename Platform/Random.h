@@ -5,7 +5,7 @@
 
 namespace Platform {
 
-// 32 bits from the system's random device, for seeding.
+// 32 bits from the system's random device, for seeds and for what nobody may guess.
 u32 RandomSeed();
 
 // The library generator that each thread has for itself: a thread's draws depend on its own seed and on nothing that

@@ -1,8 +1,8 @@
 #include "VX/GrpcExchange.h"
 
 #include <exception>
-#include <random>
 
+#include "Platform/Random.h"
 #include "VX/ListCodec.h"
 
 namespace VX {
@@ -18,10 +18,9 @@ const grpc::Status Stranger(grpc::StatusCode::UNAUTHENTICATED, "no session");
 
 // 256 bits that nobody can guess.
 std::string MakeToken() {
-    std::random_device device;
     std::string token;
     while (token.size() < 32) {
-        const u32 bits = device();
+        const u32 bits = Platform::RandomSeed();
         for (u32 shift = 0; shift < 32; shift += 8) token.push_back(static_cast<char>(bits >> shift));
     }
     return token;

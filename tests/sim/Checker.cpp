@@ -1,5 +1,6 @@
 #include "tests/sim/Checker.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -174,6 +175,7 @@ void Checker::OnFeedLine(u64 thread, const std::string& word, std::string_view t
     FeedModel& feed = *found->second;
     const std::string prefix = "Channel " + feed.Name() + " as " + feed.Pipe() + "[";
     if (!text.starts_with(prefix)) world_.Fail("another feed's line than " + prefix + ": " + std::string(text));
+    if (line == " Info|Shutdown" && !MayEnd(feed)) world_.Fail("a feed is shut down that nobody ended: " + prefix);
     if (thread == feed.PumpThread()) {
         feed.OnPumpLine(line);
     } else {
@@ -225,9 +227,18 @@ void Checker::OnEndpointGone(const std::string& name) {
     if (feed == nullptr) return;
     if (feed == building_) building_ = nullptr;
     if (!feed->Destroyed() && world_.levels.Shows(" Info")) world_.Fail("the end of a feed is not told: " + name);
+    if (!MayEnd(*feed)) world_.Fail("a feed goes that nobody ended: " + name);
+    world_.names.Release(name);
     byThread_.erase(feed->PumpThread());
     byPipe_.erase(name);
     feeds_.erase(feed->Serial());
+}
+
+// By a change of its own row, of another one under its name, or with the service.
+bool Checker::MayEnd(const FeedModel& feed) const {
+    return stopping_ || std::count(leaving_.begin(), leaving_.end(), feed.Serial()) != 0 ||
+           std::any_of(builds_.begin(), builds_.end(),
+                       [&](const Row& row) { return row.Text("pipename") == feed.Pipe(); });
 }
 
 FeedModel* Checker::PumpOf(const std::string& pipe) {
@@ -247,7 +258,9 @@ FeedModel* Checker::PumpOf(const std::string& pipe) {
 }
 
 void Checker::OnInstance(const std::string& name, Platform::PipeId id) {
-    if (FeedModel* feed = PumpOf(name)) feed->OnInstance(id);
+    // Looked at first: the pump's first beat may take a while.
+    const i32 error = IsSource(world_, name) ? 0 : world_.names.Try(name);
+    if (FeedModel* feed = PumpOf(name)) feed->OnInstance(id, error);
 }
 
 void Checker::OnPoll(const std::string& name, Platform::PipeId id, Platform::ConnectState state,
@@ -290,6 +303,8 @@ void Checker::CheckEnd() {
             world_.Fail("a line of a live source never came: " + source.Missing());
         }
     }
+    world_.counts.nameClashes += world_.names.Clashes();
+    world_.counts.nameTakeovers += world_.names.Takeovers();
     if (!world_.box.Missing().empty()) world_.Fail("a line of the default set never came: " + world_.box.Missing());
     if (!managerLines_.empty()) world_.Fail("this line never came: " + managerLines_.front());
     if (!builds_.empty()) world_.Fail("a feed was never built: " + builds_.front().Text("pipename"));

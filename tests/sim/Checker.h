@@ -92,6 +92,7 @@ private:
     void ExpectManagerLine(const std::string& line);
     void SetLevel(const std::string& value);
     FeedModel* PumpOf(const std::string& pipe);
+    bool MayEnd(const FeedModel& feed) const;
     void Reload();
     bool IsChangeMade() const;
     void TakeChangeAsMade();

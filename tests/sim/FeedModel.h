@@ -43,7 +43,8 @@ public:
     void OnOwnerLine(const std::string& line);
 
     // What the pump does.
-    void OnInstance(Platform::PipeId id);
+    // `error`: by which the try must have failed, 0 for none.
+    void OnInstance(Platform::PipeId id, i32 error);
     void OnPoll(Platform::PipeId id, Platform::ConnectState state, Platform::PipeId client);
     void OnWriting();
     // Gives the client's id for bytes that were taken.

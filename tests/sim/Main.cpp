@@ -42,6 +42,8 @@ void PrintCounts(const OrvSim::Counts& counts) {
         {"changes of the disk", counts.diskFaults},
         {"socket faults", counts.socketFaults},
         {"thread faults", counts.threadFaults},
+        {"tries at another's name", counts.nameClashes},
+        {"names taken over", counts.nameTakeovers},
         {"slow calls", counts.slowCalls},
         {"links lost", counts.linksLost},
         {"log lines", counts.logLines},

@@ -8,6 +8,7 @@
 #include "tests/sim/LogLevels.h"
 #include "tests/sim/ModelBox.h"
 #include "tests/sim/ModelDisk.h"
+#include "tests/sim/ModelNames.h"
 #include "tests/sim/ModelVolume.h"
 #include "tests/sim/Rows.h"
 
@@ -30,6 +31,8 @@ struct Counts {
     u64 rebuilds = 0;
     u64 diskFaults = 0;
     u64 socketFaults = 0;
+    u64 nameClashes = 0;  // tries to serve a name that another feed has, in another case
+    u64 nameTakeovers = 0;
     u64 threadFaults = 0;
     u64 linksLost = 0;
     u64 slowCalls = 0;
@@ -60,6 +63,7 @@ public:
     i32 ShuffleKey(u64 thread);
 
     LogLevels levels;  // in force now
+    ModelNames names;
     ModelDisk disk;
     LiveSources live;
     u64 sourceVanished = 0;  // when one did last

@@ -55,6 +55,10 @@ private:
     void ChangeThings(Rng rng);
     void ChangeOne(Rng& rng);
     void ChangeFeed(Rng& rng);
+    std::string AnyCase(Rng& rng, std::string name) const;
+    std::string OtherPipeName(Rng& rng, i32 id);
+    bool Clashes(const std::string& pipe);
+    bool SourcesMayStart() const;
     void ChangeAnnouncement(Rng& rng);
     void ChangeParameter(Rng& rng);
     std::string AnyLevel(Rng& rng) const;
@@ -79,6 +83,7 @@ private:
     i32 nextId_ = 1000;
     u32 slowMilliseconds_ = 0;
     bool linkUp_ = true;
+    bool alone_ = true;  // the change that is made: none follows at once, which might take its row away
     bool over_ = false;
 };
 

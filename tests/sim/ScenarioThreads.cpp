@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cerrno>
 #include <iterator>
 
@@ -21,8 +22,8 @@ void Scenario::Clients(Rng rng) {
         SleepOdd(rng, 100, 9'000);
         const Table& feeds = config_.Rows("AUDIOFEED");
         if (feeds.empty()) continue;
-        const std::string pipe =
-            std::next(feeds.begin(), static_cast<i64>(rng.Below(feeds.size())))->second.Text("pipename");
+        std::string pipe = std::next(feeds.begin(), static_cast<i64>(rng.Below(feeds.size())))->second.Text("pipename");
+        if (rng.Chance(20)) pipe = AnyCase(rng, pipe);
         Platform::SystemError error = 0;
         const auto client = Platform::ConnectPipe(pipe, error);
         if (client == nullptr) continue;
@@ -71,6 +72,7 @@ void Scenario::ChangeThings(Rng rng) {
         CheckTables("while it runs");
         slowMilliseconds_ = rng.Chance(10) ? static_cast<u32>(rng.Between(1, 4'000)) : 0;
         const u64 burst = rng.Chance(15) ? 1 + rng.Below(6) : 1;
+        alone_ = burst == 1;
         for (u64 change = 0; change < burst; ++change) ChangeOne(rng);
     }
     slowMilliseconds_ = 0;
@@ -102,30 +104,72 @@ void Scenario::ChangeFeed(Rng& rng) {
         config_.Commit({"AUDIOFEED", id, std::nullopt});
         return;
     }
-    if (which < 60) {  // leaves the feed standing
+    if (Clashes(row.Text("pipename")) && rng.Chance(50)) {
+        row.fields["pipename"] = "p" + std::to_string(id);
+    } else if (which < 60) {  // leaves the feed standing
         row.fields["maxvolume"] = static_cast<i32>(rng.Between(0, 100));
         row.fields["autogain"] = static_cast<i32>(rng.Below(2));
         row.fields["minannouncementpause"] = 1;
-    } else if (which < 70) {
-        row.fields["pipename"] = row.Text("pipename") + "x";
-        if (row.Text("pipename").size() > 12) row.fields["pipename"] = "p" + std::to_string(id);
+    } else if (which < 74) {
+        row.fields["pipename"] = OtherPipeName(rng, id);
     } else {
         const std::string pipe = row.Text("pipename");
         row = MakeFeed(id);
         row.fields["pipename"] = pipe;
     }
-    if (which > 92 && linkUp_ && checker_.Settled() && slowMilliseconds_ == 0) {
+    if (which > 92 && alone_ && linkUp_ && checker_.Settled() && slowMilliseconds_ == 0) {
         const Row& old = feeds.at(id);
         const bool rebuild = old.Text("thename") != row.Text("thename");
         FeedModel* feed = checker_.FeedOn(row.Text("pipename"));
         // Only where the next start of a thread is sure to be this pump's.
-        if (rebuild && feed != nullptr && feed->Clients() == 0) {
+        if (rebuild && feed != nullptr && feed->Clients() == 0 && !SourcesMayStart()) {
             sim_.FailThreadStarts(1);
             ++world_.threadFailures;
             ++world_.counts.threadFaults;
         }
     }
     config_.Commit({"AUDIOFEED", id, row});
+}
+
+std::string Scenario::AnyCase(Rng& rng, std::string name) const {
+    for (char& letter : name) {
+        if (letter == 'p' || letter == 'P') letter = rng.Chance(50) ? 'p' : 'P';
+        if (letter == 'x' || letter == 'X') letter = rng.Chance(50) ? 'x' : 'X';
+    }
+    return name;
+}
+
+// A new one, its own in another case, or another feed's in whatever case, so that the two clash.
+std::string Scenario::OtherPipeName(Rng& rng, i32 id) {
+    const Table& feeds = config_.Rows("AUDIOFEED");
+    const std::string pipe = feeds.at(id).Text("pipename");
+    const u64 which = rng.Below(10);
+    if (which < 3) return AnyCase(rng, pipe);
+    if (which < 7) {
+        const auto& other = *std::next(feeds.begin(), static_cast<i64>(rng.Below(feeds.size())));
+        std::string name = AnyCase(rng, other.second.Text("pipename"));
+        // The very same one less often: there the later one is all that is left.
+        if (name == other.second.Text("pipename") && rng.Chance(50)) name[0] = name[0] == 'p' ? 'P' : 'p';
+        return name;
+    }
+    return pipe.size() < 12 ? pipe + "x" : "p" + std::to_string(id);
+}
+
+// Whether another row has the name, in whatever case.
+bool Scenario::Clashes(const std::string& pipe) {
+    u32 rows = 0;
+    for (const auto& [id, row] : config_.Rows("AUDIOFEED")) {
+        if (ModelNames::Fold(row.Text("pipename")) == ModelNames::Fold(pipe)) ++rows;
+    }
+    return rows > 1;
+}
+
+// Whether the thread of a live source may be started at any moment. Byte by byte all of them run all the time.
+bool Scenario::SourcesMayStart() const {
+    return !world_.exact &&
+           (!PipePathOf(world_.defaultFile).empty() ||
+            std::any_of(world_.announcements.begin(), world_.announcements.end(),
+                        [](const auto& said) { return !PipePathOf(said.second.Text("thefile")).empty(); }));
 }
 
 void Scenario::ChangeAnnouncement(Rng& rng) {
@@ -179,7 +223,7 @@ void Scenario::ChangeMany(Rng& rng) {
         for (const auto& [id, row] : config_.Rows(name)) {
             if (!rng.Chance(30)) continue;
             Row changed = feeds ? MakeFeed(id) : MakeAnnouncement(id);
-            if (feeds) changed.fields["pipename"] = row.Text("pipename");
+            if (feeds) changed.fields["pipename"] = rng.Chance(15) ? OtherPipeName(rng, id) : row.Text("pipename");
             const bool gone = !feeds && rng.Chance(30);
             changes.push_back({name, id, gone ? std::nullopt : std::optional<Row>(changed)});
         }
@@ -201,6 +245,7 @@ void Scenario::BreakDisk(Rng rng) {
             ++world_.counts.socketFaults;
             if (rng.Chance(50)) {
                 sim_.Pipes().FailInstances(row.Text("pipename"), EMFILE, times);
+                world_.names.Fail(row.Text("pipename"), EMFILE, times);
             } else {
                 sim_.Pipes().FailPolls(row.Text("pipename"), ECONNABORTED, times);
             }

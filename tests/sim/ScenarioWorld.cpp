@@ -177,7 +177,10 @@ void Scenario::Prepare() {
     }
     if (rng_.Chance(60)) config_.Put("PARAMETER", 5, Parameter(5, "AUDIO_PROVIDER_ENABLE_AUTOGAIN", "1"));
     for (u32 feed = 1; feed <= options_.feeds; ++feed) {
-        config_.Put("AUDIOFEED", static_cast<i32>(feed), MakeFeed(static_cast<i32>(feed)));
+        Row row = MakeFeed(static_cast<i32>(feed));
+        // Another feed's name from the start, in whatever case.
+        if (feed > 1 && rng_.Chance(10)) row.fields["pipename"] = AnyCase(rng_, "p" + std::to_string(feed - 1));
+        config_.Put("AUDIOFEED", static_cast<i32>(feed), row);
     }
     const u64 announcements = rng_.Below(5);
     for (u64 id = 1; id <= announcements; ++id) {

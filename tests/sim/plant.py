@@ -15,6 +15,7 @@ CONTENT = "AudioFeeder/PipeFeedContent.cpp"
 PLAYLIST = "AudioFeeder/Playlist.cpp"
 VOLUME = "AudioFeeder/VolumeControl.cpp"
 MANAGER = "AudioFeeder/PipeManager.cpp"
+LISTENER = "AudioFeeder/PipeListener.cpp"
 DISPATCHER = "AudioFeeder/UpdateDispatcher.cpp"
 ENGINE = "Projects/Common/VoIPFileEngine/"
 TABLES = "ConfigClient/ObjectList.cpp"
@@ -59,6 +60,17 @@ FAULTS = [
      "deleted ? (P ? void() : DeleteAnnouncement(oldRow)) : UpdateAnnouncement(newRow, oldRow);"),
     ("ASoftUpdateDoesNotRestartTheContent", MANAGER, "newFeed->Start();", "if (!P) newFeed->Start();"),
     ("AnOldChannelIsNotShutDown", MANAGER, "    ShutdownFeed(oldPipe);", "    if (!P) ShutdownFeed(oldPipe);"),
+    ("NamesThatDifferInCaseAreOneChannel", MANAGER, "const auto found = channelMap_.find(pipeName);",
+     "auto found = channelMap_.find(pipeName);\n"
+     "    for (auto at = channelMap_.begin(); P && at != channelMap_.end(); ++at) {\n"
+     "        if (strcasecmp(at->first.c_str(), pipeName.c_str()) == 0) found = at;\n"
+     "    }"),
+    ("ARenameToAnotherCaseLeavesTheOldChannelStanding", MANAGER,
+     "const std::string oldPipe = oldRow.Text(Columns::pipename);",
+     "const std::string oldPipe =\n"
+     "        P && strcasecmp(oldRow.Text(Columns::pipename), newPipe.c_str()) == 0 ? newPipe : oldRow.Text(Columns::pipename);"),
+    ("AFeedWhoseNameIsTakenGivesUp", LISTENER, "? PollWaiting() : OpenNew();",
+     "? PollWaiting() : P && lastError_ == 98 ? nullptr : OpenNew();"),
     ("ARowOfATransactionIsNotTold", TABLES,
      "pending.push_back({name_, ids[index], Kinds::Updated, rows[index], previous});",
      "if (!P || index != 1) pending.push_back({name_, ids[index], Kinds::Updated, rows[index], previous});"),

@@ -221,19 +221,8 @@ private:
     const PipeId id_;
 };
 
-}  // namespace
-
-std::unique_ptr<IPipeEndpoint> CreatePipeEndpoint(const std::string& name) {
-    return std::make_unique<SimPipeEndpoint>(Table().shared_from_this(), name);
-}
-
-std::unique_ptr<IPipeClient> ConnectPipe(const std::string& name, SystemError& error) {
-    return ConnectPipeWithin(name, 0, error);
-}
-
-std::unique_ptr<IPipeClient> ConnectPipeWithin(const std::string& name, u32 milliseconds, SystemError& error) {
-    Sim::SchedulingPoint();
-    SimPipeTable& table = Table();
+std::unique_ptr<IPipeClient> Connect(SimPipeTable& table, const std::string& name, u32 milliseconds,
+                                     SystemError& error) {
     error = TakeFault(table, name, &PipeFaults::connects, Sim::Operation::ConnectPipe);
     std::string key;
     if (error != 0 || !table.MakeKey(name, key, error)) return nullptr;
@@ -254,6 +243,24 @@ std::unique_ptr<IPipeClient> ConnectPipeWithin(const std::string& name, u32 mill
         if (Sim::Clock().SteadyNanoseconds() >= end) return nullptr;
         Sim::BlockOrThrow(server->connectors, end, {"a place in the queue of a pipe"});
     }
+}
+
+}  // namespace
+
+std::unique_ptr<IPipeEndpoint> CreatePipeEndpoint(const std::string& name) {
+    return std::make_unique<SimPipeEndpoint>(Table().shared_from_this(), name);
+}
+
+std::unique_ptr<IPipeClient> ConnectPipe(const std::string& name, SystemError& error) {
+    return ConnectPipeWithin(name, 0, error);
+}
+
+std::unique_ptr<IPipeClient> ConnectPipeWithin(const std::string& name, u32 milliseconds, SystemError& error) {
+    Sim::SchedulingPoint();
+    SimPipeTable& table = Table();
+    auto client = Connect(table, name, milliseconds, error);
+    if (table.observer != nullptr) table.observer->OnConnect(name, client == nullptr ? 0 : client->Id(), error);
+    return client;
 }
 
 SystemError PipeBusyError() {

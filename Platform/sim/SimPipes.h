@@ -12,7 +12,7 @@
 
 namespace Platform::Sim {
 
-// Is told what servers do at their pipes, on their threads, right after it has happened if nothing else is said. May
+// Is told what is done at pipes, on the threads that do it, right after it has happened if nothing else is said. May
 // sleep, which makes the operation slow, but where an endpoint is made or goes. Must not use pipes.
 class PipeObserver {
 public:
@@ -26,6 +26,8 @@ public:
     virtual void OnPoll(const std::string& name, PipeId id, ConnectState state, PipeId client) = 0;
     // A write that begins.
     virtual void OnWriting(const std::string& /*name*/, PipeId /*id*/) {}
+    // A client's try to connect, with its id, or 0 and the error.
+    virtual void OnConnect(const std::string& /*name*/, PipeId /*client*/, SystemError /*error*/) {}
     // A write that has come back: the bytes taken, 0 when its time was over, or -1.
     virtual void OnWrite(const std::string& name, PipeId id, const u8* data, i64 taken) = 0;
 };

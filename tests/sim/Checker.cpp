@@ -284,6 +284,15 @@ void Checker::OnWrite(const std::string& name, Platform::PipeId id, const u8* da
     bytes.insert(bytes.end(), data, data + taken);
 }
 
+void Checker::OnConnect(const std::string& name, Platform::PipeId client, Platform::SystemError) {
+    const auto source = world_.live.find(kPipeRoot + name);
+    if (source == world_.live.end()) return;
+    if (client == 0 && source->second.IsServed()) ++world_.counts.refusedConnects;
+    std::string wrong;
+    if (!world_.exact || source->second.OnTry(client != 0, ModelWorld::Now(), wrong)) return;
+    world_.Fail("at the live source \"" + name + "\": " + wrong);
+}
+
 void Checker::OnClientRead(Platform::PipeId client, const u8* data, u64 count) {
     world_.counts.clientBytes += count;
     auto& bytes = sent_[client];

@@ -38,6 +38,7 @@ public:
     void OnPoll(const std::string& name, Platform::PipeId id, Platform::ConnectState state,
                 Platform::PipeId client) override;
     void OnWriting(const std::string& name, Platform::PipeId id) override;
+    void OnConnect(const std::string& name, Platform::PipeId client, Platform::SystemError error) override;
     void OnWrite(const std::string& name, Platform::PipeId id, const u8* data, i64 taken) override;
     void OnClientRead(Platform::PipeId client, const u8* data, u64 count);
     void OnClientLeft(Platform::PipeId client) { sent_.erase(client); }

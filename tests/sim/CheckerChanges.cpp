@@ -121,7 +121,6 @@ void Checker::TakeChangeAsMade() {
         otherLevels_ = world_.levels;
         otherLevelsAt_ = ModelWorld::Now();
         SetLevel(*level_);
-        for (auto& [path, source] : world_.live) source.LevelChanged();
         level_.reset();
     }
     if (!managerLines_.empty()) world_.Fail("this line is missing: " + managerLines_.front());

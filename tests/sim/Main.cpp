@@ -37,6 +37,7 @@ void PrintCounts(const OrvSim::Counts& counts) {
         {"live sources that came", counts.sources},
         {"stalls of live sources", counts.sourceStalls},
         {"broken reads of them", counts.brokenReads},
+        {"refused connects to them", counts.refusedConnects},
         {"bytes of live sources", counts.sourceBytes},
         {"blocks of live sound", counts.liveBlocks},
         {"changes of the disk", counts.diskFaults},

@@ -27,25 +27,36 @@ void LiveSource::ExpectLine(const std::string& line) {
     if (levels_.ShowsOfEngine(line)) lines_.push_back(line);
 }
 
-void LiveSource::Begin() {
+void LiveSource::Begin(u64 now) {
+    tryDue_ = now;
     ExpectLine(" Info|Start thread for pipe '" + path_ + "'");
     ExpectLine(" Info|Connecting media source '" + path_ + "'...");
     ExpectLine("Error|'" + path_ + "'. Initial connection failed. Continue Waiting...");
 }
 
-std::string LiveSource::Connected() const {
-    return " Info|'" + path_ + (everMet_ ? "'. Media connection restored" : "'. Media connected");
-}
-
 void LiveSource::Serve() {
     served_ = true;
-    told_ = false;
-    mayBeUntold_ = !levels_.ShowsOfEngine(" Info");
 }
 
-void LiveSource::Meet() {
-    if (!told_ && !mayBeUntold_ && missing_.empty()) missing_ = Connected();
-    everMet_ = told_ = true;
+// It connects, and where that fails it waits for a place at once; the wait is a try as well, whose place it takes. When
+// that fails too, whatever the error is, it begins again 100 ms later.
+bool LiveSource::OnTry(bool connected, u64 now, std::string& wrong) {
+    wrong = connected_ ? "a try while it is connected"
+                       : "a try " + std::to_string(static_cast<i64>(now - tryDue_)) + " ns late";
+    if (connected_ || now != tryDue_) return false;
+    wrong = connected ? "a connection with nobody" : "no connection, though it is served";
+    if (connected != (served_ && refusals_ == 0)) return false;
+    if (connected) {
+        if (waiting_) ExpectLine("Trace|'" + path_ + "'. pipe instance available.");
+        ExpectLine(" Info|'" + path_ + (everConnected_ ? "'. Media connection restored" : "'. Media connected"));
+        connected_ = everConnected_ = true;
+        waiting_ = false;
+        return true;
+    }
+    if (refusals_ != 0) --refusals_;
+    if (waiting_) tryDue_ = now + kRetry;
+    waiting_ = !waiting_;
+    return true;
 }
 
 void LiveSource::Send(const u8* bytes, u64 count, u64 now) {
@@ -67,11 +78,14 @@ void LiveSource::Copy(u64 place, u8* to, u32 bytes) const {
     std::memcpy(to + first, ring_.data(), bytes - first);
 }
 
-void LiveSource::Vanish(bool met, u64 now) {
+void LiveSource::Vanish(u64 now) {
     served_ = false;
     written_ = 0;
     ring_.fill(0);
-    if (!met) return;
+    if (!connected_) return;
+    // It is tried again at once.
+    connected_ = waiting_ = false;
+    tryDue_ = now;
     // Who waits for more sees the read fail that is under way; who has yet to take the last bytes, the next one.
     const bool reading = now != sentAt_;
     if (reading) ExpectLine("Error|read failed:" + path_ + " - ");
@@ -82,12 +96,7 @@ void LiveSource::Vanish(bool met, u64 now) {
 
 bool LiveSource::OnLine(const std::string& line, std::string& wanted) {
     wanted = "no line";
-    if (lines_.empty()) {
-        if (!served_ || told_) return false;
-        wanted = Connected();
-        told_ = everMet_ = true;
-        return line == wanted;
-    }
+    if (lines_.empty()) return false;
     wanted = lines_.front();
     lines_.pop_front();
     return wanted.starts_with("Error|") ? line.starts_with(wanted) : line == wanted;

@@ -23,26 +23,32 @@ std::string PipePathOf(const std::string& content);
 class LiveSource {
 public:
     static constexpr u32 kRing = 65536;
+    static constexpr u64 kRetry = 100'000'000;
 
     LiveSource(std::string path, const LogLevels& levels) : path_(std::move(path)), levels_(levels) {}
 
     // --- what happens, in nanoseconds
     // Somebody wants to hear it, while nobody serves it.
-    void Begin();
+    void Begin(u64 now);
     // It is served now.
     void Serve();
-    // Its server has met the service.
-    void Meet();
     void Send(const u8* bytes, u64 count, u64 now);
-    // Its server goes; `met`: whether they had met.
-    void Vanish(bool met, u64 now);
-    // The level of the log has changed: what was to be told before need not be seen.
-    void LevelChanged() { mayBeUntold_ = true; }
+    // Its server goes.
+    void Vanish(u64 now);
+    // The next `times` tries to connect fail, whoever is there.
+    void Refuse(u32 times) { refusals_ = times; }
+    // The source's thread tries to connect. False with what is wrong about that.
+    bool OnTry(bool connected, u64 now, std::string& wrong);
 
     // A line of the source's thread. False when `wanted` should have come, or nothing.
     bool OnLine(const std::string& line, std::string& wanted);
     // The first line that should have come before now; empty for none.
-    std::string Missing() const { return lines_.empty() ? missing_ : lines_.front(); }
+    std::string Missing() const { return lines_.empty() ? std::string() : lines_.front(); }
+    // Whether a try should have come before now.
+    bool IsOverdue(u64 now) const { return !connected_ && now > tryDue_; }
+    // From now on until it is found at the latest.
+    u64 LongestWait() const { return kRetry * (1 + refusals_ / 2); }
+    bool IsServed() const { return served_; }
 
     // The end of what can be read, in whole samples; and the bytes that lie in the ring for a place of the stream.
     u64 Head() const { return written_ / 2 * 2; }
@@ -59,11 +65,12 @@ private:
     u64 sentAt_ = 0;  // the last bytes
     std::array<u8, kRing> ring_ = {};
     bool served_ = false;
-    bool everMet_ = false;
-    bool told_ = false;         // that they have met, this time
-    bool mayBeUntold_ = false;  // that they have met, this time
-    Lines lines_;               // that must come now
-    std::string missing_;
+    bool connected_ = false;  // the service, whether its server has looked or not
+    bool everConnected_ = false;
+    bool waiting_ = false;  // the next try is that of the wait for a place
+    u64 tryDue_ = 0;
+    u32 refusals_ = 0;
+    Lines lines_;  // that must come now
 };
 
 // By path.

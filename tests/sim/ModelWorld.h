@@ -40,7 +40,8 @@ struct Counts {
     u64 levelChanges = 0;  // of the log
     u64 sources = 0;       // times that somebody served live sound
     u64 sourceStalls = 0;
-    u64 brokenReads = 0;  // of live sources
+    u64 brokenReads = 0;      // of live sources
+    u64 refusedConnects = 0;  // to live sources that were there
     u64 sourceBytes = 0;
     u64 liveBlocks = 0;  // made of live sound, alone or mixed
     u64 logLines = 0;

@@ -45,6 +45,7 @@ private:
     void ServeSource(Rng rng, LiveSource& source);
     bool MeetService(Rng& rng, LiveSource& source, Platform::IPipeInstance& instance);
     bool SendSound(Rng& rng, LiveSource& source, Platform::IPipeInstance& instance);
+    void RefuseConnects(Rng& rng, LiveSource& source);
     bool BreakRead(Rng& rng, LiveSource& source, Platform::IPipeInstance& instance);
     void BeginSourceStep(const LiveSource& source);
     void SleepAsSource(Rng& rng, u64 low, u64 high);

@@ -8,13 +8,6 @@
 
 namespace OrvSim {
 
-namespace {
-
-// The longest time until one who waits for a source finds it.
-constexpr u64 kRetry = 100 * kMillisecond;
-
-}  // namespace
-
 // At moments that no other thread shares: while every byte is judged, all others' lie at even nanoseconds.
 void Scenario::SleepAsSource(Rng& rng, u64 low, u64 high) {
     const u64 odd = world_.exact ? 100'001 + rng.Below(350'000) * 2 : 0;
@@ -32,6 +25,7 @@ void Scenario::ServeSource(Rng rng, LiveSource& source) {
         auto instance = endpoint->CreateInstance(error);
         BeginSourceStep(source);
         source.Serve();
+        if (rng.Chance(30)) RefuseConnects(rng, source);
         bool met = false;
         do {
             if (instance == nullptr) {
@@ -44,7 +38,7 @@ void Scenario::ServeSource(Rng rng, LiveSource& source) {
         } while (!Over());
         if (met && rng.Chance(70)) SleepAsSource(rng, 0, 60);
         BeginSourceStep(source);
-        source.Vanish(met, sim_.Now());
+        source.Vanish(sim_.Now());
         world_.sourceVanished = sim_.Now();
         instance.reset();
         endpoint.reset();
@@ -57,21 +51,31 @@ void Scenario::BeginSourceStep(const LiveSource& source) {
     if (!world_.exact) return;
     world_.box.CatchUp(sim_.Now());
     if (!source.Missing().empty()) world_.Fail("this line of a live source is missing: " + source.Missing());
+    if (source.IsOverdue(sim_.Now())) world_.Fail("the live source \"" + source.Path() + "\" is not tried again");
+}
+
+// Though it is there: the next few tries, as by a server that lets nobody in or for want of a descriptor.
+void Scenario::RefuseConnects(Rng& rng, LiveSource& source) {
+    constexpr i32 errors[] = {ECONNREFUSED, EMFILE, ENFILE, EACCES};
+    const u32 times = static_cast<u32>(rng.Between(1, 9));
+    const i32 error = errors[rng.Below(std::size(errors))];
+    sim_.Pipes().FailConnects(source.Path().substr(sizeof kPipeRoot - 1), static_cast<u32>(error), times);
+    source.Refuse(times);
 }
 
 bool Scenario::MeetService(Rng& rng, LiveSource& source, Platform::IPipeInstance& instance) {
     const u64 since = sim_.Now();
+    const u64 longest = source.LongestWait();
     while (!Over()) {
         SleepAsSource(rng, 5, 60);
         Platform::SystemError error = 0;
         const Platform::ConnectState state = instance.PollConnect(error);
         if (state == Platform::ConnectState::Connected) {
             BeginSourceStep(source);
-            source.Meet();
             return true;
         }
-        if (!world_.exact || sim_.Now() <= since + kRetry) continue;
-        world_.Fail("nobody has come to the live source \"" + source.Path() + "\" within 100 ms");
+        if (!world_.exact || sim_.Now() <= since + longest) continue;
+        world_.Fail("nobody has come to the live source \"" + source.Path() + "\" in time");
     }
     return false;
 }
@@ -111,15 +115,16 @@ bool Scenario::SendSound(Rng& rng, LiveSource& source, Platform::IPipeInstance& 
     return true;
 }
 
-// Of the service, behind the next bytes. It comes again at once, to whom it finds there.
+// Of the service, behind the next bytes. It comes again at once, to whom it finds there, or once it is let in.
 bool Scenario::BreakRead(Rng& rng, LiveSource& source, Platform::IPipeInstance& instance) {
     ++world_.counts.brokenReads;
     sim_.Pipes().FailClientReads(source.Path().substr(sizeof kPipeRoot - 1), EIO, 1);
     const u8 last[2] = {};
     const i64 taken = instance.Write(last, sizeof last);
     if (taken > 0) source.Send(last, static_cast<u64>(taken), sim_.Now());
-    source.Vanish(true, sim_.Now());
+    source.Vanish(sim_.Now());
     source.Serve();
+    if (rng.Chance(40)) RefuseConnects(rng, source);
     world_.sourceVanished = sim_.Now();
     SleepAsSource(rng, 1, 60);
     if (world_.exact && instance.Write(last, sizeof last) >= 0) {

@@ -112,7 +112,7 @@ std::string Scenario::AnySource() {
 std::vector<std::string> Scenario::BeginSources() {
     std::vector<std::string> paths;
     for (auto& [path, source] : world_.live) {
-        source.Begin();
+        source.Begin(sim_.Now());
         paths.push_back(path);
     }
     return paths;

@@ -39,6 +39,7 @@ void PlayPart(u64 part) {
     // Nearly every other seed has a live source that is heard; a few of them need not.
     if (kSeedsOfAPart >= 25) {
         EXPECT_GT(counts.liveBlocks, 0U);
+        EXPECT_GT(counts.refusedConnects, 0U);
         EXPECT_GT(counts.nameClashes, 0U);
         EXPECT_GT(counts.nameTakeovers, 0U);
     }

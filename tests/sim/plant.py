@@ -19,6 +19,7 @@ LISTENER = "AudioFeeder/PipeListener.cpp"
 DISPATCHER = "AudioFeeder/UpdateDispatcher.cpp"
 ENGINE = "Projects/Common/VoIPFileEngine/"
 TABLES = "ConfigClient/ObjectList.cpp"
+TRANSPORT = ENGINE + "PipeTransport.cpp"
 PIPE = ENGINE + "PipeMusicBox.cpp"
 LOG = "ServiceProcess/Log"
 
@@ -97,6 +98,12 @@ FAULTS = [
      "if (transport_->IsOpen() || ConnectOrWait(history)) ReadOnce();\n"
      "        if (P && !history.neverConnected && !transport_->IsOpen()) return;"),
     ("ALiveSourceIsTriedTooSeldom", PIPE, "WaitInstance(kRetryMilliseconds)", "WaitInstance(P ? 500 : kRetryMilliseconds)"),
+    ("ARefusedConnectIsTriedAgainAtOnce", TRANSPORT, "if (error != Platform::PipeBusyError()) Platform::Sleep",
+     "if (error != Platform::PipeBusyError() && (!P || error == 2)) Platform::Sleep"),
+    ("AConnectWithoutADescriptorIsTriedAgainMuchLater", TRANSPORT, "    return IsOpen();\n}\n\nvoid PipeTransport::Close()",
+     "    if (P && error == 24) Platform::SleepMilliseconds(60000);\n"
+     "    return IsOpen();\n}\n\nvoid PipeTransport::Close()"),
+    ("ThePlaceThatTheWaitHasFoundIsNotTold", PIPE, "ORV_ENGINE_LOG(LogTraceSink,", "if (!P) ORV_ENGINE_LOG(LogTraceSink,"),
     ("TheEngineTellsItsTracesBelowTheirLevel", LOG + "Adapters.cpp", "Set(LogTraceSink, level >= 3, WriteTrace);",
      "Set(LogTraceSink, level >= (P ? 2U : 3U), WriteTrace);"),
     ("ALevelAbove3WakesTheEngine", LOG + "Adapters.cpp", "if (level > 3) return;", "if (level > 3 && !P) return;"),

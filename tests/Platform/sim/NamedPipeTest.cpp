@@ -426,6 +426,10 @@ public:
         lines.push_back("poll " + name + (state == ConnectState::Connected ? " connected" : " not"));
         if (client != 0) lastClient = client;
     }
+    void OnConnect(const std::string& name, Platform::PipeId client, SystemError error) override {
+        lines.push_back("connect " + name + (client == 0 ? " failed " + std::to_string(error) : ""));
+        if (client != 0) lastConnect = client;
+    }
     void OnWrite(const std::string& name, Platform::PipeId, const u8* data, i64 taken) override {
         const std::string bytes(reinterpret_cast<const char*>(data), taken > 0 ? static_cast<size_t>(taken) : 0);
         lines.push_back("write " + name + " " + std::to_string(taken) + " " + bytes);
@@ -433,9 +437,10 @@ public:
 
     std::vector<std::string> lines;
     Platform::PipeId lastClient = 0;
+    Platform::PipeId lastConnect = 0;
 };
 
-TEST(NamedPipeTest, AnObserverIsToldWhatServersDoAndWhoTheirClientIs) {
+TEST(NamedPipeTest, AnObserverIsToldWhatServersDoAndWhoConnects) {
     Simulation sim;
     Notes notes;
     sim.Pipes().SetObserver(&notes);
@@ -446,7 +451,10 @@ TEST(NamedPipeTest, AnObserverIsToldWhatServersDoAndWhoTheirClientIs) {
         EXPECT_EQ(endpoint->CreateInstance(error), nullptr);
         auto instance = NewInstance(*endpoint);
         EXPECT_EQ(Poll(*instance), ConnectState::Pending);
+        sim.Pipes().FailConnects("p", ECONNREFUSED, 1);
+        EXPECT_EQ(Platform::ConnectPipe("P", error), nullptr);
         auto client = Connect("p");
+        EXPECT_EQ(notes.lastConnect, client->Id());
         EXPECT_EQ(Poll(*instance), ConnectState::Connected);
         EXPECT_EQ(notes.lastClient, client->Id());
         EXPECT_EQ(instance->Write("abc", 3), 3);
@@ -457,9 +465,10 @@ TEST(NamedPipeTest, AnObserverIsToldWhatServersDoAndWhoTheirClientIs) {
         sim.Pipes().SetObserver(nullptr);
         EXPECT_NE(CreatePipeEndpoint("q"), nullptr);
     });
-    EXPECT_EQ(notes.lines, (std::vector<std::string>{"endpoint p", "instance p failed", "instance p", "poll p not",
-                                                     "poll p connected", "writing p", "write p 3 abc", "writing p",
-                                                     "write p -1 ", "gone p"}));
+    EXPECT_EQ(notes.lines,
+              (std::vector<std::string>{"endpoint p", "instance p failed", "instance p", "poll p not",
+                                        "connect P failed 111", "connect p", "poll p connected", "writing p",
+                                        "write p 3 abc", "writing p", "write p -1 ", "gone p"}));
 }
 
 }  // namespace

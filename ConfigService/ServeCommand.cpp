@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <exception>
 #include <memory>
+#include <system_error>
 
 #include "ConfigService/Service.h"
 #include "Platform/PrivateFile.h"
@@ -20,6 +21,15 @@ constexpr u32 kStopping = 3;
 constexpr u32 kRunning = 4;
 constexpr u32 kControlStop = 1;
 constexpr u32 kWaitMilliseconds = 60000;
+
+// What was missing for the start, and what to do about it.
+std::string Scarcity(const std::system_error& error) {
+    const bool files = error.code() == std::errc::too_many_files_open;
+    return std::string("orv-config cannot start: too few ") + (files ? "open files" : "threads") + " are allowed (" +
+           error.code().message() + "); " +
+           (files ? "raise LimitNOFILE= of its unit, or ulimit -n of who starts it"
+                  : "raise TasksMax= of its unit, or ulimit -u of who starts it, or end what else this user runs");
+}
 
 // Everything that serves, from the lock on the database to the listening port.
 class Daemon {
@@ -69,7 +79,12 @@ private:
                 options_.database);
         }
         service_ = std::make_unique<ConfigService>(*store_, *users_, log_, ORV_VERSION, options_.database);
-        server_ = VX::CreateGrpcServer(options_.address, options_.port, *service_, reason);
+        try {
+            server_ = VX::CreateGrpcServer(options_.address, options_.port, *service_, reason);
+        } catch (const std::system_error& error) {
+            reason = Scarcity(error);
+            return false;
+        }
         if (server_ == nullptr) {
             reason = "orv-config " + reason + "; stop what uses the port, or choose another with --port";
             return false;
@@ -169,9 +184,13 @@ bool IsLoopback(const std::string& address) {
 int Serve(const ServeOptions& options) {
     TheProcess().options = options;
     const Platform::ServiceTableEntry table[] = {{kServiceName, ServiceMain}, {nullptr, nullptr}};
-    if (!Platform::StartServiceDispatcher(table)) {
-        Platform::ForegroundStop stop([] { TheProcess().stop.Set(); });
-        RunDaemon([](u32) {});
+    try {
+        if (!Platform::StartServiceDispatcher(table)) {
+            Platform::ForegroundStop stop([] { TheProcess().stop.Set(); });
+            RunDaemon([](u32) {});
+        }
+    } catch (const std::system_error& error) {
+        std::fprintf(stderr, "%s\n", Scarcity(error).c_str());
     }
     return TheProcess().exitCode;
 }

@@ -1,24 +1,15 @@
-#include <grpc/support/cpu.h>
 #include <grpcpp/grpcpp.h>
 
-#include <algorithm>
 #include <system_error>
-#include <vector>
 
 #include "Platform/Clock.h"
-#include "Platform/ProcessFigures.h"
-#include "Platform/Thread.h"
 #include "VX/GrpcClient.h"
+#include "VX/GrpcRoom.h"
 
 namespace VX {
 
 namespace {
 
-// Of the library, beside one for each processor; it starts some of them only when they are needed.
-constexpr u32 kLibraryThreads = 8;
-constexpr u32 kMostMilliseconds = 60'000;
-// Its own and the connection's, with some to spare; without them it ends the process. Asked for before each try.
-constexpr u64 kLibraryFiles = 8;
 // gRPC 1.51 reads what its connect() has left in errno after other calls that may change it, and then takes a
 // connection that is on its way for one that has failed. In a root without /sys, the first lock for which two of its
 // threads meet does that: the processors are counted there, and the file that tells them is not found. So one failure
@@ -43,26 +34,6 @@ grpc::ChannelArguments MakeArguments(const GrpcOptions& options) {
     return arguments;
 }
 
-// Whether so many more files can be opened. Where not even they can be counted, none can.
-bool HasRoomForFiles(u64 count) {
-    const Platform::ProcessFigures figures = Platform::ReadProcessFigures();
-    return figures.openFiles != 0 && figures.openFiles + count <= figures.openFilesLimit;
-}
-
-// Whether so many threads can be had at one time.
-bool HasRoomForThreads(u32 count) {
-    Platform::Event tried;
-    std::vector<Platform::Thread> threads;
-    try {
-        while (threads.size() < count) threads.emplace_back("vx-room", [&tried] { tried.WaitFor(kMostMilliseconds); });
-    } catch (const std::system_error&) {
-        // Told by their number.
-    }
-    tried.Set();
-    for (Platform::Thread& thread : threads) thread.Join();
-    return threads.size() == count;
-}
-
 class GrpcConnector : public ILinkConnector {
 public:
     explicit GrpcConnector(const GrpcOptions& options) : options_(options) {}
@@ -74,7 +45,7 @@ public:
         const u64 limit = Platform::SteadyMilliseconds() + options_.connectMilliseconds;
         const std::string target = "dns:///" + JoinAddress(host, port);
         for (u32 tries = 1;; ++tries) {
-            if (!HasRoomForFiles(kLibraryFiles) || !HoldLibrary()) return nullptr;
+            if (!HasRoomForFiles() || !HoldLibrary()) return nullptr;
             const auto channel =
                 grpc::CreateCustomChannel(target, grpc::InsecureChannelCredentials(), MakeArguments(options_));
             auto link = std::make_unique<GrpcClient>(channel, options_, events);
@@ -89,13 +60,12 @@ public:
     }
 
 private:
-    // The library's threads begin with its first channel and end with its last. One that cannot be started then is
-    // never missed and never started later, but waited for at the end, without end. So it begins only where there is
-    // room for all of them, and ends with this connector, which a service never destroys.
+    // The library's threads begin with its first channel and end with its last: this one, which is there as long as the
+    // connector, and that a service never destroys.
     bool HoldLibrary() {
         Platform::LockGuard guard(mutex_);
         if (held_ != nullptr) return true;
-        if (!HasRoomForThreads(kLibraryThreads + std::clamp(gpr_cpu_num_cores(), 2u, 16u))) return false;
+        if (!HasRoomForThreads()) return false;
         // It is never used, and so never connects.
         held_ =
             grpc::CreateCustomChannel("ipv4:127.0.0.1:1", grpc::InsecureChannelCredentials(), MakeArguments(options_));

@@ -16,8 +16,10 @@ namespace VX {
 std::unique_ptr<ILinkConnector> CreateGrpcConnector();
 
 // Listens on `host`:`port` (an empty host: 127.0.0.1; port 0: any free one, told by Port()) under the name
-// "ConfigService". Null with a reason when it cannot. `service` must outlive the server; none of its operations runs
-// any more when Stop() has returned, which waits for those under way, and so must not be called by them.
+// "ConfigService". Null with a reason when the port cannot be had; throws std::system_error when there are too few
+// threads or descriptors, which is looked at as for a try to connect. `service` must outlive the server; none of its
+// operations runs any more when Stop() has returned, which waits for those under way, and so must not be called by
+// them.
 std::unique_ptr<ILinkServer> CreateGrpcServer(const std::string& host, u32 port, ILinkService& service,
                                               std::string& reason);
 

@@ -4,6 +4,7 @@
 
 #include "Platform/PortListener.h"
 #include "VX/GrpcExchange.h"
+#include "VX/GrpcRoom.h"
 
 namespace VX {
 
@@ -11,6 +12,11 @@ namespace {
 
 // What a client may have under way at a time on one transport connection.
 constexpr int MaxStreams = 16;
+
+// The system's word for a room that is not there.
+void Require(bool room, std::errc missing) {
+    if (!room) throw std::system_error(std::make_error_code(missing));
+}
 
 void SetArguments(grpc::ServerBuilder& builder, const GrpcOptions& options) {
     const auto milliseconds = [](u32 value) { return static_cast<int>(value); };
@@ -37,8 +43,11 @@ public:
           exchange_(service, application, options, [this](const std::string& peer) { listener_->Admit(peer); }) {}
     ~GrpcServer() override { Stop(); }
 
-    // Called once, before anything else. False with the reason.
+    // Called once, before anything else. False with the reason. Throws std::system_error when there are too few threads
+    // or descriptors.
     bool Listen(const std::string& host, u32 port, std::string& reason) {
+        Require(HasRoomForFiles(), std::errc::too_many_files_open);
+        Require(HasRoomForThreads(), std::errc::resource_unavailable_try_again);
         Platform::SystemError error = 0;
         listener_ = Platform::PortListener::Open(host, port, error);
         if (listener_ == nullptr) {
@@ -92,17 +101,13 @@ private:
 std::unique_ptr<ILinkServer> CreateGrpcServer(const std::string& host, u32 port, ILinkService& service,
                                               std::string& reason, const std::string& application,
                                               const GrpcOptions& options) {
-    try {
-        auto server = std::make_unique<GrpcServer>(service, application, options);
-        if (port > 65535) {
-            reason = "there is no port " + std::to_string(port);
-        } else if (server->Listen(host.empty() ? "127.0.0.1" : host, port, reason)) {
-            return server;
-        }
-    } catch (const std::system_error& error) {
-        reason = error.what();
+    if (port > 65535) {
+        reason = "there is no port " + std::to_string(port);
+        return nullptr;
     }
-    return nullptr;
+    auto server = std::make_unique<GrpcServer>(service, application, options);
+    if (!server->Listen(host.empty() ? "127.0.0.1" : host, port, reason)) return nullptr;
+    return server;
 }
 
 std::unique_ptr<ILinkServer> CreateGrpcServer(const std::string& host, u32 port, ILinkService& service,

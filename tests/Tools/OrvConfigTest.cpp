@@ -20,6 +20,13 @@ protected:
         command.insert(command.end(), more.begin(), more.end());
         return OrvTest::Run(command, "", 10000);
     }
+    // A start as another user, whose file the database is.
+    std::vector<std::string> ServedByAnother(const std::string& database) {
+        if (::geteuid() == 0) {
+            EXPECT_EQ(::chown(database.c_str(), Nobody, Nobody), 0);
+        }
+        return AsAnother({OrvConfigProgram, "serve", "--database", database, "--port", "0"});
+    }
     void ExpectNoStart(const RunResult& result, int code, const std::string& text) {
         EXPECT_FALSE(result.timedOut);
         EXPECT_EQ(result.exitCode, code);
@@ -126,16 +133,7 @@ TEST_F(OrvConfig, ADatabaseThatCannotBeTrustedIsRefusedWithWhatToDo) {
 TEST_F(OrvConfig, ADatabaseThatIsNotWritableIsRefused) {
     ASSERT_EQ(server_.Stop(), 0);
     std::filesystem::permissions(database_, std::filesystem::perms{0400});
-    std::vector<std::string> command = {OrvConfigProgram, "serve", "--database", database_, "--port", "0"};
-    if (::geteuid() == 0) {
-        // Root writes to everything, so another user tries.
-        std::filesystem::permissions(folder_.Path(), std::filesystem::perms{0755});
-        std::filesystem::copy_file(OrvConfigProgram, folder_ / "orv-config");
-        command[0] = folder_ / "orv-config";
-        ASSERT_EQ(::chown(database_.c_str(), 65534, 65534), 0);
-        command.insert(command.begin(), {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "--"});
-    }
-    ExpectNoStart(OrvTest::Run(command, "", 10000), 1, "Permission denied");
+    ExpectNoStart(OrvTest::Run(ServedByAnother(database_), "", 10000), 1, "Permission denied");
 }
 
 TEST_F(OrvConfig, ADatabaseInAFolderThatIsNotWritableIsRefused) {
@@ -144,14 +142,7 @@ TEST_F(OrvConfig, ADatabaseInAFolderThatIsNotWritableIsRefused) {
     const std::string folder = folder_ / "closed";
     std::filesystem::create_directory(folder);
     std::filesystem::copy_file(database_, folder + "/config.db");
-    std::vector<std::string> command = {OrvConfigProgram, "serve", "--database", folder + "/config.db", "--port", "0"};
-    if (::geteuid() == 0) {
-        std::filesystem::permissions(folder_.Path(), std::filesystem::perms{0755});
-        std::filesystem::copy_file(OrvConfigProgram, folder_ / "orv-config");
-        command[0] = folder_ / "orv-config";
-        ASSERT_EQ(::chown((folder + "/config.db").c_str(), 65534, 65534), 0);
-        command.insert(command.begin(), {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "--"});
-    }
+    const std::vector<std::string> command = ServedByAnother(folder + "/config.db");
     std::filesystem::permissions(folder, std::filesystem::perms{0555});
     ExpectNoStart(OrvTest::Run(command, "", 10000), 1, "write to the file and its folder");
     std::filesystem::permissions(folder, std::filesystem::perms{0755});

@@ -14,6 +14,7 @@ namespace OrvTest {
 
 inline const std::string OrvConfigProgram = std::string(ORV_BIN_FOLDER) + "/orv-config";
 inline const std::string OrvctlProgram = std::string(ORV_BIN_FOLDER) + "/orvctl";
+constexpr uid_t Nobody = 65534;
 
 class ServedDatabase : public ::testing::Test {
 protected:
@@ -71,6 +72,18 @@ protected:
         arguments.push_back("--json");
         const std::string text = Must(std::move(arguments));
         return nlohmann::json::parse(text, nullptr, false);
+    }
+    // A command as a user that root's rights do not cover, with its program where that user can reach it. Without root
+    // it stays as it is.
+    std::vector<std::string> AsAnother(std::vector<std::string> command) {
+        if (::geteuid() != 0) return command;
+        std::filesystem::permissions(folder_.Path(), std::filesystem::perms{0755});
+        const std::string program = folder_ / std::filesystem::path(command[0]).filename().string();
+        std::filesystem::copy_file(command[0], program, std::filesystem::copy_options::skip_existing);
+        command[0] = program;
+        const std::string user = std::to_string(Nobody);
+        command.insert(command.begin(), {"/usr/bin/setpriv", "--reuid=" + user, "--regid=" + user, "--clear-groups"});
+        return command;
     }
     void ExpectFailure(const std::vector<std::string>& arguments, int code, const std::string& text) {
         const RunResult result = Ctl(arguments);

@@ -1,9 +1,13 @@
 // Goal: no peer, however hostile, slow or broken, gets in without credentials or hurts the others. Method: clients
 // that speak the protocol by hand, and plain sockets.
 
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <atomic>
+#include <system_error>
 
+#include "Platform/ProcessFigures.h"
 #include "tests/VX/GrpcFixture.h"
 #include "tests/VX/TcpRelay.h"
 
@@ -361,6 +365,20 @@ TEST_F(GrpcServerTest, APortThatIsTakenIsRefusedWithAReason) {
     EXPECT_EQ(reason, "cannot listen on 127.0.0.1:" + std::to_string(server_->Port()) + ": Address already in use");
     EXPECT_EQ(VX::CreateGrpcServer("127.0.0.1", 70'000, service_, reason), nullptr);
     EXPECT_EQ(reason, "there is no port 70000");
+    ExpectServed();
+}
+
+// gRPC ended the process.
+TEST_F(GrpcServerTest, WhereDescriptorsAreTooFewThereIsAnExceptionAndNoServer) {
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit few = before;
+    few.rlim_cur = Platform::ReadProcessFigures().openFiles + 7;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+    std::string reason;
+    EXPECT_THROW(VX::CreateGrpcServer("127.0.0.1", 0, service_, reason), std::system_error);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    Listen();
     ExpectServed();
 }
 

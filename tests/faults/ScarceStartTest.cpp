@@ -1,6 +1,6 @@
 // Goal: a service that is started where threads or descriptors are scarce ends with a message, or runs with what it
-// has and tries again; it obeys a stop in every case, and never breaks off. Method: starts under one limit after
-// another, from none to enough.
+// has and tries again; it obeys a stop in every case, and never breaks off. The Configuration service says what to do.
+// Method: starts under one limit after another, from none to enough.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -14,6 +14,26 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// A user who has no other process: threads are counted per user.
+std::string UserOfItsOwn() {
+    return std::to_string(61000 + ::getpid() % 4000);
+}
+
+std::vector<std::string> AsUser(const std::string& user, const std::vector<std::string>& command) {
+    std::vector<std::string> whole{
+        "/usr/bin/setpriv", "--reuid=" + user, "--regid=" + user, "--clear-groups", "--pdeathsig", "KILL", "--"};
+    whole.insert(whole.end(), command.begin(), command.end());
+    return whole;
+}
+
+// `limit` is an option of prlimit, "nproc" for threads.
+std::vector<std::string> Limited(const std::string& limit, int value, const std::vector<std::string>& command) {
+    const std::string number = std::to_string(value);
+    std::vector<std::string> whole{"/usr/bin/prlimit", "--" + limit + "=" + number + ":" + number};
+    whole.insert(whole.end(), command.begin(), command.end());
+    return whole;
+}
+
 class ScarceStart : public ::testing::Test {
 protected:
     ScarceStart() {
@@ -26,14 +46,6 @@ protected:
         fs::create_directory(exchange_.PipeFolder());
     }
 
-    // A user who has no other process: threads are counted per user.
-    static std::string UserOfItsOwn() { return std::to_string(61000 + ::getpid() % 4000); }
-    static std::vector<std::string> AsUser(const std::string& user, const std::vector<std::string>& command) {
-        std::vector<std::string> whole{
-            "/usr/bin/setpriv", "--reuid=" + user, "--regid=" + user, "--clear-groups", "--pdeathsig", "KILL", "--"};
-        whole.insert(whole.end(), command.begin(), command.end());
-        return whole;
-    }
     std::vector<std::string> Service() const {
         return {exchange_.Program("orv-audio-feed"), "-c", exchange_.SettingsFile()};
     }
@@ -89,10 +101,7 @@ TEST_F(ScarceStart, WithFewThreadsEndsOrTriesAgainAndObeysAStop) {
     for (int threads = 1; threads <= 24; threads += Effort(3, 1)) {
         SCOPED_TRACE(threads);
         MakeFolders(user);
-        const std::string limit = "--nproc=" + std::to_string(threads) + ":" + std::to_string(threads);
-        std::vector<std::string> command{"/usr/bin/prlimit", limit};
-        for (const std::string& part : AsUser(user, Service())) command.push_back(part);
-        StartAndStop(command);
+        StartAndStop(Limited("nproc", threads, AsUser(user, Service())));
     }
     EXPECT_GE(ended_, 1);
     EXPECT_GE(unconnected_, 1);
@@ -103,13 +112,71 @@ TEST_F(ScarceStart, WithFewDescriptorsEndsOrTriesAgainAndObeysAStop) {
     for (int descriptors = 4; descriptors <= 24; descriptors += Effort(2, 1)) {
         SCOPED_TRACE(descriptors);
         MakeFolders();
-        const std::string limit = "--nofile=" + std::to_string(descriptors) + ":" + std::to_string(descriptors);
-        std::vector<std::string> command{"/usr/bin/prlimit", limit};
-        for (const std::string& part : Service()) command.push_back(part);
-        StartAndStop(exchange_.Unprivileged(command));
+        StartAndStop(exchange_.Unprivileged(Limited("nofile", descriptors, Service())));
     }
     EXPECT_GE(unconnected_, 1);
     EXPECT_GE(playing_, 1);
+}
+
+class ScarceConfigStart : public ::testing::Test {
+protected:
+    ScarceConfigStart() {
+        fs::permissions(exchange_.Folder().Path(), fs::perms::others_exec, fs::perm_options::add);
+        fs::create_directory(folder_);
+        if (::geteuid() != 0) return;
+        EXPECT_EQ(OrvTest::Run({"/usr/bin/env", "chown", user_, folder_}).exitCode, 0);
+    }
+
+    // One start, until it is clear what becomes of it, and its stop. It serves and obeys, or says what to do.
+    void StartAndStop(const std::string& limit, int value, const std::string& advice) {
+        SCOPED_TRACE(limit + " " + std::to_string(value));
+        ProcessOptions options;
+        options.command = Limited(
+            limit, value, AsUser(user_, {exchange_.Program("orv-config"), "--database", folder_ + "/config.db"}));
+        options.outputFile = exchange_.Folder() / "scarce.out";
+        options.errorFile = exchange_.Folder() / "scarce.err";
+        for (const std::string& file : {options.outputFile, options.errorFile}) fs::remove(file);
+        Process process(options);
+        const auto serves = [&] { return ReadFileText(options.outputFile).find("listening on") != std::string::npos; };
+        EXPECT_TRUE(Eventually([&] { return serves() || !process.Running(); }, 30000));
+        const int code = process.Stop(20000);
+        const std::string said = ReadFileText(options.errorFile);
+        EXPECT_EQ(code, serves() ? 0 : 1) << "signal " << process.EndSignal() << "\n" << said;
+        EXPECT_TRUE(serves() || said.ends_with("orv-config cannot start: " + advice + "\n")) << said;
+        ++(serves() ? served_ : refused_);
+    }
+
+    Exchange exchange_;
+    const std::string folder_ = exchange_.Folder() / "own";
+    const std::string user_ = UserOfItsOwn();
+    int served_ = 0;
+    int refused_ = 0;
+};
+
+// With some threads too few it said to stop what uses the port; with a few more it never ended, since gRPC waits
+// without end for a thread that it could not start.
+TEST_F(ScarceConfigStart, WithFewThreadsServesOrSaysWhatToDo) {
+    if (::geteuid() != 0) GTEST_SKIP() << "threads are counted per user, and only root can be another one";
+    for (int threads = 1; threads <= 105; threads += threads < 55 ? 18 : Effort(3, 1)) {
+        StartAndStop("nproc", threads,
+                     "too few threads are allowed (Resource temporarily unavailable); raise TasksMax= of its unit, or "
+                     "ulimit -u of who starts it, or end what else this user runs");
+    }
+    EXPECT_GE(served_, 1);
+    EXPECT_GE(refused_, 1);
+}
+
+// gRPC ended the process where a descriptor was missing. With fewer than these not even the database can be opened,
+// which is told.
+TEST_F(ScarceConfigStart, WithFewDescriptorsServesOrSaysWhatToDo) {
+    if (::geteuid() != 0) GTEST_SKIP() << "the folder is given to another user";
+    for (int descriptors = 13; descriptors <= 32; descriptors += Effort(2, 1)) {
+        StartAndStop("nofile", descriptors,
+                     "too few open files are allowed (Too many open files); raise LimitNOFILE= of its unit, or "
+                     "ulimit -n of who starts it");
+    }
+    EXPECT_GE(served_, 1);
+    EXPECT_GE(refused_, 1);
 }
 
 }  // namespace

@@ -7,12 +7,11 @@
 #include "Projects/Common/VoIPFileEngine/ContentCheck.h"
 #include "Projects/Common/VoIPFileEngine/ContentName.h"
 #include "Tools/orvctl/Doctor.h"
+#include "Tools/orvctl/ImportTarget.h"
 
 namespace Orv {
 namespace {
 
-constexpr i32 kShuffled = 2;
-constexpr i32 kSorted = 3;
 constexpr u32 kReadBytes = 65'536;
 constexpr char kImport[] = "`orvctl import` brings files of other kinds into the form that is played";
 
@@ -56,12 +55,6 @@ bool IsPreloaded(const FeedPlan& plan, const std::string& path) {
 
 std::string PlaylistFolder(const FeedPlan& plan) {
     return Platform::FindOnDisk(Join(plan.promptRoot, "Playlist"));
-}
-
-// A row that plays the files of a folder.
-bool PlaysFolder(const Row& feed) {
-    const i32 type = feed.Number(FeedColumn::FeedType);
-    return type == kShuffled || type == kSorted;
 }
 
 // A disk that fails may give a file's beginning all the same.

@@ -47,10 +47,6 @@ bool EndsIn(const std::string& text, const std::string& end) {
     return text.size() > end.size() && Platform::LowerAscii(text).ends_with(end);
 }
 
-bool PlaysFolder(const Row& feed) {
-    return feed.Number(FeedColumn::FeedType) == kShuffled || feed.Number(FeedColumn::FeedType) == kSorted;
-}
-
 }  // namespace
 
 PromptSettings FindPromptSettings(const std::string& path) {
@@ -70,6 +66,10 @@ std::string PromptsRoot(const std::vector<Row>& parameters, const PromptSettings
         }
     }
     return OnDisk(Platform::AppendPath(settings.dataPath, "Data/Ivr/Prompts"));
+}
+
+bool PlaysFolder(const Row& feed) {
+    return feed.Number(FeedColumn::FeedType) == kShuffled || feed.Number(FeedColumn::FeedType) == kSorted;
 }
 
 std::string FeedFolder(const Row& feed, const std::string& root) {

@@ -23,6 +23,9 @@ PromptSettings FindPromptSettings(const std::string& path);
 // as the service resolves it.
 std::string PromptsRoot(const std::vector<Row>& parameters, const PromptSettings& settings);
 
+// Whether a feed plays the files of a folder; others play the default stream.
+bool PlaysFolder(const Row& feed);
+
 struct ImportTarget {
     std::string folder;              // absolute, as it is or is to be spelled on the disk
     std::string fileName;            // empty: as the source is called

@@ -1,8 +1,14 @@
+#include <algorithm>
 #include <cstdio>
+#include <map>
+#include <utility>
 
+#include "Platform/Diagnosis.h"
+#include "Platform/Path.h"
 #include "Platform/PrivateFile.h"
 #include "Projects/Common/VoIPFileEngine/ContentCheck.h"
 #include "Tools/orvctl/Commands.h"
+#include "Tools/orvctl/ImportTarget.h"
 #include "Tools/orvctl/Report.h"
 #include "Tools/orvctl/RowFile.h"
 #include "Tools/orvctl/ToolError.h"
@@ -12,10 +18,14 @@ namespace {
 
 constexpr u64 kLargestFile = 32u << 20;
 
+void Warn(const std::string& text) {
+    std::fprintf(stderr, "orvctl: warning: %s\n", text.c_str());
+}
+
 // Tells what a transaction has changed, and when it is heard.
 void TellResult(const CommandContext& context, const ApplyResult& result) {
     for (const Finding& warning : result.warnings) {
-        std::fprintf(stderr, "orvctl: warning: %s\n", FindingText(warning).c_str());
+        Warn(FindingText(warning));
     }
     if (context.options.json) {
         Json json = {{"transaction", result.transaction}, {"changed", Json::array()}, {"warnings", Json::array()}};
@@ -33,10 +43,8 @@ void TellResult(const CommandContext& context, const ApplyResult& result) {
     }
 }
 
-// A file that cannot be played is taken all the same: it may come later, or be held in memory. Relative names depend on
-// where the service runs.
-void WarnOfFiles(const Connection& connection, const std::vector<Change>& changes) {
-    if (!connection.IsToThisMachine()) return;
+// Relative names depend on where the service runs.
+void WarnOfFiles(const std::vector<Change>& changes) {
     for (const Change& change : changes) {
         const bool isDefaultFile = change.table == Tables()[Parameter].name && change.key == "DEFAULTAUDIOFILE";
         if (!isDefaultFile && change.table != Tables()[Announcement].name) continue;
@@ -44,10 +52,68 @@ void WarnOfFiles(const Connection& connection, const std::vector<Change>& change
             const auto* file = std::get_if<std::string>(&value);
             if (column != (isDefaultFile ? "value" : "thefile") || file == nullptr || !file->starts_with('/')) continue;
             if (const std::string why = WhyNotPlayable(*file); !why.empty()) {
-                std::fprintf(stderr, "orvctl: warning: \"%s\" does not play as it stands: %s\n", file->c_str(),
-                             why.c_str());
+                Warn("\"" + *file + "\" does not play as it stands: " + why);
             }
         }
+    }
+}
+
+bool MayMoveFeed(const Change& change) {
+    return change.table == Tables()[AudioFeed].name &&
+           std::any_of(change.values.begin(), change.values.end(),
+                       [](const auto& value) { return value.first == "thename" || value.first == "feedtype"; });
+}
+
+std::string KeyAfter(const Change& change) {
+    for (const auto& [column, value] : change.values) {
+        const auto* name = std::get_if<std::string>(&value);
+        if (column == "pipename" && name != nullptr) return *name;
+    }
+    return change.key;
+}
+
+void WarnOfFolder(const Row& feed, const std::string& root) {
+    if (!PlaysFolder(feed) || feed.Text(FeedColumn::TheName).empty()) return;
+    const std::string name = feed.Text(FeedColumn::PipeName);
+    const std::string folder = "\"" + FeedFolder(feed, root) + "\"";
+    const std::string nothing = "feed \"" + name + "\" has no files to play as it stands: " + folder;
+    switch (Platform::ProbeFolder(FeedFolder(feed, root))) {
+        case Platform::FolderState::Missing:
+            return Warn(nothing + " is missing on this machine; put .wav files there, or: orvctl import FILE --feed " +
+                        name);
+        case Platform::FolderState::NotAFolder:
+            return Warn(nothing + " is no folder; name another one with: orvctl feed set " + name + " --folder NAME");
+        case Platform::FolderState::NotReadable:
+            return Warn("whether feed \"" + name + "\" has files to play is not known: " + folder +
+                        " may not be read by this user; `orvctl doctor` as root looks with the service's rights");
+        case Platform::FolderState::NotWritable:
+        case Platform::FolderState::Usable:
+            return;
+    }
+}
+
+void WarnOfFolders(const CommandContext& context, Connection& connection, const std::vector<Change>& changes) {
+    if (std::none_of(changes.begin(), changes.end(), MayMoveFeed)) return;
+    const std::string root =
+        PromptsRoot(connection.Rows(Tables()[Parameter]), FindPromptSettings(context.options.configFile));
+    std::map<std::string, Row> feeds;
+    for (Row& feed : connection.Rows(Tables()[AudioFeed])) {
+        feeds.emplace(Platform::LowerAscii(feed.Text(FeedColumn::PipeName)), std::move(feed));
+    }
+    for (const Change& change : changes) {
+        const auto feed = feeds.find(Platform::LowerAscii(KeyAfter(change)));
+        if (MayMoveFeed(change) && feed != feeds.end()) WarnOfFolder(feed->second, root);
+    }
+}
+
+// What cannot be played is taken all the same: it may come later, be held in memory, or lie where the service runs.
+void WarnOfContent(const CommandContext& context, Connection& connection, const std::vector<Change>& changes) {
+    if (!connection.IsToThisMachine()) return;
+    WarnOfFiles(changes);
+    try {
+        WarnOfFolders(context, connection, changes);
+    } catch (const ToolError&) {
+        // The change is made; where the folders lie is not to be found out from here.
     }
 }
 
@@ -112,7 +178,7 @@ void ChangeRow(const CommandContext& context, const TableWords& words, Action ac
     }
     Connection connection = context.Connect();
     TellResult(context, connection.Apply({change}));
-    WarnOfFiles(connection, {change});
+    WarnOfContent(context, connection, {change});
 }
 
 void ApplyFile(const CommandContext& context, const std::string& path) {
@@ -125,7 +191,7 @@ void ApplyFile(const CommandContext& context, const std::string& path) {
     const std::vector<Change> changes = ParseRowFile(text);
     Connection connection = context.Connect();
     TellResult(context, connection.Apply(changes));
-    WarnOfFiles(connection, changes);
+    WarnOfContent(context, connection, changes);
 }
 
 void ExportRows(const CommandContext& context) {

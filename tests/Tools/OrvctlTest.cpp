@@ -69,6 +69,41 @@ TEST_F(Orvctl, AfterEachChangeItIsToldWhenItIsHeard) {
                 HasSubstr("At the audio feed service's next start"));
 }
 
+// Such a feed plays the default file, or nothing, and nothing was said.
+TEST_F(Orvctl, AFolderThatIsNotThereIsTakenWithAWarning) {
+    const std::string file = folder_ / "place.ini";
+    WriteFileText(file, "[General]\nAppDataPath=" + folder_.Path() + "\n" + ReadFileText(settings_));
+    const std::string playlist = folder_ / "Data/Ivr/Prompts/Playlist";
+    const auto warned = [&](const std::vector<std::string>& arguments) {
+        const RunResult result = CtlAs(file, arguments);
+        EXPECT_EQ(result.exitCode, 0) << result.error;
+        return result.error;
+    };
+    const std::string missing = "orvctl: warning: feed \"hold\" has no files to play as it stands: \"" + playlist +
+                                "/jazz\" is missing on this machine; put .wav files there, or: orvctl import FILE "
+                                "--feed hold\n";
+    EXPECT_EQ(warned({"feed", "add", "hold", "--type", "sorted", "--folder", "jazz"}), missing);
+    EXPECT_EQ(warned({"feed", "set", "hold", "--max-volume", "50"}), "") << "it is about something else";
+    EXPECT_EQ(warned({"feed", "set", "hold", "--type", "default"}), "") << "the folder is just a name in the log";
+    EXPECT_EQ(warned({"feed", "set", "HOLD", "--type", "shuffled"}), missing);
+    EXPECT_EQ(CtlAs(file, {"apply", "-"}, R"({"feeds": [{"pipe": "hold", "type": "sorted", "folder": "jazz"}]})").error,
+              missing);
+    std::filesystem::create_directories(playlist + "/jazz");
+    EXPECT_EQ(warned({"feed", "set", "hold", "--folder", "Jazz"}), "") << "found whatever its case";
+    WriteFileText(playlist + "/song", "x");
+    EXPECT_EQ(warned({"feed", "set", "hold", "--folder", "song", "--pipe", "wait"}),
+              "orvctl: warning: feed \"wait\" has no files to play as it stands: \"" + playlist +
+                  "/song\" is no folder; name another one with: orvctl feed set wait --folder NAME\n");
+
+    std::filesystem::permissions(playlist + "/jazz", std::filesystem::perms{0});
+    const RunResult other =
+        OrvTest::Run(AsAnother({OrvctlProgram, "-c", file, "feed", "set", "wait", "--folder", "jazz"}));
+    EXPECT_EQ(other.exitCode, 0);
+    EXPECT_EQ(other.error, "orvctl: warning: whether feed \"wait\" has files to play is not known: \"" + playlist +
+                               "/jazz\" may not be read by this user; `orvctl doctor` as root looks with the "
+                               "service's rights\n");
+}
+
 // --- announcements, parameters, users
 // -----------------------------------------------------------------------------------
 

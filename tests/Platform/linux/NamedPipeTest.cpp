@@ -1,8 +1,8 @@
+// The server's end: who is taken, what a write waits for, and the end of a pipe.
 #include "Platform/NamedPipe.h"
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,66 +13,16 @@
 
 #include "Platform/Clock.h"
 #include "Platform/Thread.h"
-#include "Platform/linux/PipeAddress.h"
-#include "tests/support/Process.h"
+#include "tests/Platform/linux/NamedPipeFixture.h"
 
 namespace Platform {
 namespace {
 
 using OrvTest::Eventually;
-using OrvTest::TempFolder;
-
-constexpr u64 kBlock = 2000;
-using Outcome = IPipeClient::Outcome;
 
 i64 Microseconds(const timeval& time) {
     return i64{time.tv_sec} * 1'000'000 + time.tv_usec;
 }
-
-class NamedPipeTest : public testing::Test {
-protected:
-    NamedPipeTest() { SetPipeFolder(folder_.Path()); }
-
-    // An instance that a client is connected to.
-    struct Connection {
-        std::unique_ptr<IPipeClient> client;
-        std::unique_ptr<IPipeInstance> server;
-    };
-    Connection Connect(IPipeEndpoint& endpoint, const std::string& name) {
-        SystemError error = 0;
-        Connection connection;
-        connection.server = endpoint.CreateInstance(error);
-        EXPECT_NE(connection.server, nullptr) << SystemErrorText(error);
-        connection.client = ConnectPipe(name, error);
-        EXPECT_NE(connection.client, nullptr) << SystemErrorText(error);
-        EXPECT_EQ(connection.server->PollConnect(error), ConnectState::Connected);
-        return connection;
-    }
-    // Reads until `size` bytes have come, the end, or ten seconds without a byte.
-    static std::string ReadAll(IPipeClient& client, u64 size) {
-        std::string text(size, '?');
-        u64 done = 0;
-        u64 taken = 0;
-        SystemError error = 0;
-        while (done < size && client.Read(text.data() + done, size - done, 10000, taken, error) == Outcome::Data) {
-            done += taken;
-        }
-        text.resize(done);
-        return text;
-    }
-    static Outcome ReadOne(IPipeClient& client, SystemError& error, u32 milliseconds = 10000) {
-        char byte = 0;
-        u64 taken = 0;
-        return client.Read(&byte, 1, milliseconds, taken, error);
-    }
-    static u64 Queued(IPipeClient& client) {
-        u64 bytes = 0;
-        EXPECT_TRUE(client.Available(bytes));
-        return bytes;
-    }
-
-    TempFolder folder_;
-};
 
 TEST_F(NamedPipeTest, WhatTheServerWritesTheClientReads) {
     const auto endpoint = CreatePipeEndpoint("Feed");
@@ -221,45 +171,6 @@ TEST_F(NamedPipeTest, AWriteToAClientThatHasGoneFailsWithoutASignal) {
     EXPECT_EQ(pipe.server->Write("x", 1), -1);
 }
 
-TEST_F(NamedPipeTest, AfterTheEndTheClientStillReadsWhatWasWritten) {
-    const auto endpoint = CreatePipeEndpoint("feed");
-    Connection pipe = Connect(*endpoint, "feed");
-    const std::string text = std::string(kBlock, 'a') + std::string(kBlock, 'b');
-    ASSERT_EQ(pipe.server->Write(text.data(), kBlock), static_cast<i64>(kBlock));
-    ASSERT_EQ(pipe.server->Write(text.data() + kBlock, kBlock), static_cast<i64>(kBlock));
-    pipe.server.reset();
-    EXPECT_EQ(Queued(*pipe.client), 2 * kBlock);
-    EXPECT_EQ(ReadAll(*pipe.client, 3 * kBlock), text);
-    SystemError error = 1;
-    EXPECT_EQ(ReadOne(*pipe.client, error), Outcome::Closed);
-    EXPECT_EQ(error, 0u);
-    u64 bytes = 1;
-    EXPECT_FALSE(pipe.client->Available(bytes));
-    EXPECT_EQ(bytes, 0u);
-}
-
-// What a client wrote and nobody read would reach it as a reset in place of the end.
-TEST_F(NamedPipeTest, AClientThatWroteSomethingSeesAPlainEndToo) {
-    const auto endpoint = CreatePipeEndpoint("feed");
-    SystemError error = 0;
-    auto instance = endpoint->CreateInstance(error);
-    PipeAddress address;
-    ASSERT_TRUE(PipeAddress::Make("feed", address, error));
-    const int client = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(::connect(client, address.Get(), sizeof address.address), 0);
-    const std::string much(100'000, 'x');
-    ASSERT_EQ(::send(client, much.data(), much.size(), MSG_NOSIGNAL), 100'000);
-    ASSERT_EQ(instance->PollConnect(error), ConnectState::Connected);
-    ASSERT_EQ(instance->Write("abc", 3), 3);
-    EXPECT_EQ(::send(client, "x", 1, MSG_NOSIGNAL), -1) << "the pipe goes one way";
-    EXPECT_EQ(errno, EPIPE);
-    instance.reset();
-    char read[10];
-    EXPECT_EQ(::recv(client, read, sizeof read, 0), 3);
-    EXPECT_EQ(::recv(client, read, sizeof read, 0), 0);
-    ::close(client);
-}
-
 TEST_F(NamedPipeTest, ADestroyedEndpointHasNoNameAndConnectionsGoOn) {
     auto endpoint = CreatePipeEndpoint("feed");
     Connection pipe = Connect(*endpoint, "feed");
@@ -273,134 +184,6 @@ TEST_F(NamedPipeTest, ADestroyedEndpointHasNoNameAndConnectionsGoOn) {
     EXPECT_EQ(pipe.server->Write("x", 1), 1);
     EXPECT_EQ(ReadAll(*pipe.client, 1), "x");
     EXPECT_NE(waiting->PollConnect(error), ConnectState::Connected);
-}
-
-TEST_F(NamedPipeTest, AReadWaitsNoLongerThanItIsTold) {
-    const auto endpoint = CreatePipeEndpoint("feed");
-    Connection pipe = Connect(*endpoint, "feed");
-    SystemError error = 1;
-    EXPECT_EQ(ReadOne(*pipe.client, error, 0), Outcome::TimedOut);
-    EXPECT_EQ(error, 0u);
-    const u64 before = SteadyMilliseconds();
-    EXPECT_EQ(ReadOne(*pipe.client, error, 30), Outcome::TimedOut);
-    EXPECT_GE(SteadyMilliseconds() - before, 30u);
-    EXPECT_EQ(Queued(*pipe.client), 0u);
-}
-
-TEST_F(NamedPipeTest, AReadThatWaitsGetsWhatComes) {
-    const auto endpoint = CreatePipeEndpoint("feed");
-    Connection pipe = Connect(*endpoint, "feed");
-    std::string got;
-    Thread reader("reads", [&] { got = ReadAll(*pipe.client, 3); });
-    EXPECT_EQ(pipe.server->Write("abc", 3), 3);
-    reader.Join();
-    EXPECT_EQ(got, "abc");
-}
-
-TEST_F(NamedPipeTest, AReadThatWaitsSeesTheEnd) {
-    const auto endpoint = CreatePipeEndpoint("feed");
-    Connection pipe = Connect(*endpoint, "feed");
-    Outcome outcome = Outcome::Data;
-    SystemError error = 1;
-    Thread reader("reads", [&] { outcome = ReadOne(*pipe.client, error, 60000); });
-    pipe.server.reset();
-    reader.Join();
-    EXPECT_EQ(outcome, Outcome::Closed);
-    EXPECT_EQ(error, 0u);
-}
-
-TEST_F(NamedPipeTest, AnAbsentServerIsAFailureAtOnce) {
-    SystemError error = 0;
-    EXPECT_EQ(ConnectPipe("none", error), nullptr);
-    EXPECT_EQ(error, static_cast<SystemError>(ENOENT));
-    EXPECT_EQ(ConnectPipe("", error), nullptr);
-    EXPECT_EQ(error, static_cast<SystemError>(EINVAL));
-    EXPECT_EQ(ConnectPipe(std::string(200, 'x'), error), nullptr);
-    EXPECT_EQ(error, static_cast<SystemError>(ENAMETOOLONG));
-    EXPECT_NE(PipeBusyError(), static_cast<SystemError>(ENOENT));
-}
-
-// Method: a server with room for one more than none in its queue.
-TEST_F(NamedPipeTest, AFullQueueIsToldAsBusy) {
-    SystemError error = 0;
-    PipeAddress address;
-    ASSERT_TRUE(PipeAddress::Make("feed", address, error));
-    const int server = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(::bind(server, address.Get(), sizeof address.address), 0);
-    ASSERT_EQ(::listen(server, 0), 0);
-    const auto first = ConnectPipe("feed", error);
-    ASSERT_NE(first, nullptr);
-    EXPECT_EQ(ConnectPipe("feed", error), nullptr);
-    EXPECT_EQ(error, PipeBusyError());
-    ::close(server);
-}
-
-TEST_F(NamedPipeTest, AConnectMayWaitForAPlaceInAFullQueueAndForNothingElse) {
-    SystemError error = 0;
-    EXPECT_EQ(ConnectPipeWithin("none", 60'000, error), nullptr);
-    EXPECT_EQ(error, static_cast<SystemError>(ENOENT));
-    PipeAddress address;
-    ASSERT_TRUE(PipeAddress::Make("feed", address, error));
-    const int server = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(::bind(server, address.Get(), sizeof address.address), 0);
-    ASSERT_EQ(::listen(server, 0), 0);
-    const auto first = ConnectPipeWithin("feed", 60'000, error);
-    ASSERT_NE(first, nullptr);
-    EXPECT_EQ(error, 0u);
-    const u64 start = SteadyMilliseconds();
-    EXPECT_EQ(ConnectPipeWithin("feed", 100, error), nullptr);
-    EXPECT_EQ(error, PipeBusyError());
-    EXPECT_GE(SteadyMilliseconds() - start, 90u);
-
-    std::unique_ptr<IPipeClient> second;
-    Thread waits("waits", [&] { second = ConnectPipeWithin("feed", 60'000, error); });
-    SleepMilliseconds(50);
-    const int accepted = ::accept4(server, nullptr, nullptr, SOCK_CLOEXEC);
-    waits.Join();
-    EXPECT_NE(second, nullptr);
-    EXPECT_EQ(error, 0u);
-
-    Thread loses("loses", [&] { EXPECT_EQ(ConnectPipeWithin("feed", 60'000, error), nullptr); });
-    SleepMilliseconds(50);
-    ::shutdown(server, SHUT_RDWR);
-    ::close(server);
-    loses.Join();
-    EXPECT_NE(error, PipeBusyError()) << "the server has gone";
-    ::close(accepted);
-}
-
-// Method: more than the socket takes at once, to a server that reads late; then to one that has gone.
-TEST_F(NamedPipeTest, AClientsWriteBlocksUntilTheServerHasTakenAllOrHasGone) {
-    SystemError error = 0;
-    PipeAddress address;
-    ASSERT_TRUE(PipeAddress::Make("feed", address, error));
-    const int server = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(::bind(server, address.Get(), sizeof address.address), 0);
-    ASSERT_EQ(::listen(server, 1), 0);
-    const auto client = ConnectPipe("feed", error);
-    ASSERT_NE(client, nullptr);
-    const int accepted = ::accept4(server, nullptr, nullptr, SOCK_CLOEXEC);
-    const std::string much(2'000'000, 'x');
-    std::atomic<u64> received{0};
-    Thread reads("reads", [&] {
-        SleepMilliseconds(20);
-        std::vector<char> buffer(65536);
-        while (received < much.size()) {
-            const ssize_t count = ::recv(accepted, buffer.data(), buffer.size(), 0);
-            if (count <= 0) break;
-            received += static_cast<u64>(count);
-        }
-    });
-    EXPECT_EQ(client->Write(much.data(), much.size()), much.size());
-    reads.Join();
-    EXPECT_EQ(received.load(), much.size());
-    ::close(accepted);
-    EXPECT_EQ(client->Write("x", 1), 0u);
-    ::close(server);
-
-    const auto endpoint = CreatePipeEndpoint("oneway");
-    Connection pipe = Connect(*endpoint, "oneway");
-    EXPECT_EQ(pipe.client->Write("x", 1), 0u) << "the pipes of this system go one way";
 }
 
 TEST_F(NamedPipeTest, NoTwoConnectionsHaveOneId) {

@@ -1,16 +1,10 @@
-// A reader over files in memory: both read roads, ADPCM, the end, and the factory's way to it.
+// A reader over files in memory: both read roads, ADPCM and the end.
 #include "Projects/Common/VoIPFileEngine/MemFileReader.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
-
-#include "Platform/sim/Simulation.h"
-#include "Projects/Common/VoIPFileEngine/MemoryFileCache.h"
-#include "Projects/Common/VoIPFileEngine/OpenMemoryFile.h"
 #include "tests/Projects/Common/VoIPFileEngine/AdpcmSample.h"
-#include "tests/Projects/Common/VoIPFileEngine/EngineLog.h"
+#include "tests/Projects/Common/VoIPFileEngine/MemoryFileFixture.h"
 #include "tests/Projects/Common/VoIPFileEngine/ReaderFakes.h"
 #include "tests/Projects/Common/VoIPFileEngine/SoundFiles.h"
 
@@ -33,29 +27,8 @@ using TestData::ViewLine;
 using Reader = MTObjects::THolder<MemFileReader>;
 using Lines = std::vector<std::string>;
 
-// A file in memory, to be set as a test likes.
-struct FakeFile : IMemoryFile {
-    explicit FakeFile(const std::string& bytes, bool isLocked = false) : bytes_(bytes) {
-        name = "fake";
-        data = reinterpret_cast<const u8*>(bytes_.data());
-        size = bytes_.size();
-        locked = isLocked;
-    }
-    bool IsValid() const override { return valid; }
-    bool valid = true;
-
-private:
-    std::string bytes_;
-};
-
-class MemFileReaderTest : public testing::Test {
+class MemFileReaderTest : public MemoryFileFixture {
 protected:
-    MemFileReaderTest() {
-        Platform::Sim::ResetProcessWorld();
-        MemoryFileCache::Instance().Clear();
-    }
-    ~MemFileReaderTest() override { MemoryFileCache::Instance().Clear(); }
-
     Reader Play(std::shared_ptr<IMemoryFile> file, i32 frameBytes = 2000) {
         Reader reader(new MemFileReader(42, std::move(file)));
         EXPECT_TRUE(reader->Open(nullptr, untouched_, frameBytes));
@@ -84,9 +57,6 @@ protected:
         for (const std::string& frame : frames) all += frame;
         return all;
     }
-
-    TestData::EngineLog log_;
-    u8 untouched_[2048] = {};  // the caller's buffer, which this reader never uses
 };
 
 std::string HeldBlock(i16 sample) {
@@ -323,84 +293,6 @@ TEST_F(MemFileReaderTest, AMonoWavAt44100HertzIsRefusedWithItsFormatAndTheObject
     EXPECT_EQ(log_.Take(), Lines{ViewLine("Warn", "Unsupported WAV format: 1/1/44100/16")});
     EXPECT_FALSE(reader->IsOpen());
     EXPECT_FALSE(reader.IsValid());
-}
-
-// --- the cache ------------------------------------------------------------------------------------------------------
-
-class MemoryFileCacheTest : public MemFileReaderTest {
-protected:
-    MemoryFileCacheTest() {
-        Files().AddFolder("/Base");
-        Files().SetWorkingDirectory("/Base");
-    }
-    MTObjects::THolder<IMMFileStreamReader> Create(const char* name) {
-        return CreateStreamReader(42, name, untouched_, 2000);
-    }
-};
-
-TEST_F(MemoryFileCacheTest, ANameIsKeptLowerCasedWithSlashes) {
-    const auto file = std::make_shared<FakeFile>(Audio(10));
-    EXPECT_TRUE(MemoryFileCache::Instance().Add("C:\\Music\\Jingle.WAV", file));
-    for (const char* name : {"C:\\Music\\Jingle.WAV", "c:/music/jingle.wav", "C:/MUSIC\\jingle.wav"}) {
-        EXPECT_EQ(MemoryFileCache::Instance().Find(name), file) << name;
-    }
-    EXPECT_EQ(MemoryFileCache::Instance().Find("c:/music/jingle"), nullptr);
-    EXPECT_FALSE(MemoryFileCache::Instance().Add("c:/music/jingle.wav", std::make_shared<FakeFile>("x")));
-    EXPECT_EQ(MemoryFileCache::Instance().Find("c:/music/jingle.wav"), file) << "the first one stays";
-}
-
-TEST_F(MemoryFileCacheTest, AFileIsFoundByAnyNameThatMeansItsAbsolutePath) {
-    const auto file = std::make_shared<FakeFile>(Audio(10));
-    MemoryFileCache::Instance().Add("/base/music/a.wav", file);
-    for (const char* name : {"/Base/Music/A.wav", "Music/a.wav", "music\\a.wav", "./music/a.wav", "x/../music/a.wav",
-                             "/base//music/./a.wav", "\\base\\music\\a.wav"}) {
-        EXPECT_EQ(MemoryFileCache::Instance().Find(name), file) << name;
-    }
-    EXPECT_EQ(MemoryFileCache::Instance().Find("a.wav"), nullptr);
-    EXPECT_EQ(MemoryFileCache::Instance().Find("/music/a.wav"), nullptr);
-}
-
-TEST_F(MemoryFileCacheTest, TheFactoryTakesTheFileFromTheCacheAndTellsTheNameAsItWasAskedFor) {
-    MemoryFileCache::Instance().Add("/base/music/a.wav", std::make_shared<FakeFile>(Audio(3000), true));
-    log_.Take();
-    const auto reader = Create("Music\\A.wav");
-    EXPECT_EQ(log_.Take(), Lines{"Trace VoIPFileEngine/IMMFileStreamReader: Music\\A.wav taken from the cache"});
-    EXPECT_EQ(reader->GetContentId(), 42u);
-    EXPECT_TRUE(reader->IsFile());
-    EXPECT_TRUE(
-        SameBytes(std::string(reinterpret_cast<const char*>(Pull(*reader).frame), 2000), Audio(3000).substr(0, 2000)));
-}
-
-TEST_F(MemoryFileCacheTest, AFileThatIsNotUsableAnyMoreIsPassedOverAndTheFactoryGoesOn) {
-    const auto file = std::make_shared<FakeFile>(Audio(3000));
-    MemoryFileCache::Instance().Add("/base/a.raw", file);
-    Files().AddFile("/Base/a.raw", Audio(3000, 9));
-    file->valid = false;
-    log_.Take();
-    EXPECT_FALSE(CreateMemFileReader(1, "a.raw", untouched_, 2000).IsValid());
-    const auto reader = Create("a.raw");
-    EXPECT_THAT(log_.Take(),
-                testing::Contains("Trace VoIPFileEngine/IMMFileStreamReader: /base/a.raw opened as 8000 Hz "
-                                  "16 bit mono async I/O stream"));
-    EXPECT_TRUE(SameBytes(std::string(reinterpret_cast<const char*>(Pull(*reader).frame), 2000),
-                          Audio(3000, 9).substr(0, 2000)));
-}
-
-TEST_F(MemoryFileCacheTest, AReaderKeepsItsFileWhenTheCacheForgetsIt) {
-    auto file = std::make_shared<FakeFile>(Audio(6000), true);
-    MemoryFileCache::Instance().Add("/base/a.raw", file);
-    const auto reader = Create("a.raw");
-    const std::weak_ptr<FakeFile> watch = file;
-    file = nullptr;
-    MemoryFileCache::Instance().Clear();
-    EXPECT_FALSE(watch.expired());
-    EXPECT_NE(Pull(*reader).frame, nullptr);
-    EXPECT_FALSE(CreateMemFileReader(1, "a.raw", untouched_, 2000));
-}
-
-TEST_F(MemoryFileCacheTest, AMissGivesNoReader) {
-    MemoryFileCache::Instance().Add("/base/a.raw", std::make_shared<FakeFile>("x"));
-    EXPECT_FALSE(CreateMemFileReader(1, "b.raw", untouched_, 2000));
 }
 
 }  // namespace

@@ -10,29 +10,20 @@
 #include <new>
 
 #include "Platform/OutOfMemory.h"
-#include "tests/AudioFeeder/ChildProcess.h"
 #include "tests/AudioFeeder/WholeLife.h"
 #include "tests/support/Effort.h"
+#include "tests/support/FailingHeap.h"
 
 namespace {
 
-constexpr u64 kNever = 0xFFFFFFFFFFFFFFFF;
-constexpr int kEnded = 253;  // the shell's form of -3
-constexpr char kMessage[] = "std::bad_alloc: out of memory";
+using OrvTest::ChildEnd;
+using OrvTest::InChild;
 
 u64 allocations = 0;  // simulated threads are fibers of one
-u64 failing = kNever;
+u64 failing = OrvTest::Never;
 
-// As the standard wants it of an allocation function: the handler is asked until it gives up.
 void* Allocate(std::size_t size) {
-    const bool fails = allocations++ == failing;
-    for (;;) {
-        void* memory = fails ? nullptr : std::malloc(size != 0 ? size : 1);
-        if (memory != nullptr) return memory;
-        const std::new_handler handler = std::get_new_handler();
-        if (handler == nullptr) throw std::bad_alloc();
-        handler();
-    }
+    return OrvTest::AllocateUnless(allocations++ == failing, size);
 }
 
 void CountFrom(u64 number) {
@@ -85,8 +76,8 @@ TEST(OutOfMemory, EndsTheProcessAtOnceWithASentenceAndTheCodeOfAFailedStart) {
         }
         std::puts("went on");
     });
-    EXPECT_EQ(end.exitCode, kEnded);
-    EXPECT_EQ(end.said, std::string(kMessage) + "\n");
+    EXPECT_EQ(end.exitCode, OrvTest::OutOfMemoryCode);
+    EXPECT_EQ(end.said, std::string(OrvTest::OutOfMemoryMessage) + "\n");
 }
 
 TEST(OutOfMemory, IsAnExceptionForWhoCanDoWithoutAndOnlyForHim) {
@@ -108,8 +99,8 @@ TEST(OutOfMemory, IsAnExceptionForWhoCanDoWithoutAndOnlyForHim) {
         TakeMemory();
         std::puts("went on");
     });
-    EXPECT_EQ(end.exitCode, kEnded);
-    EXPECT_EQ(end.said, std::string("thrown, then ") + kMessage + "\n");
+    EXPECT_EQ(end.exitCode, OrvTest::OutOfMemoryCode);
+    EXPECT_EQ(end.said, std::string("thrown, then ") + OrvTest::OutOfMemoryMessage + "\n");
 }
 
 TEST(OutOfMemory, AnyAllocationOfTheWholeLifeThatFailsEndsTheProcessWithTheMessage) {
@@ -117,7 +108,7 @@ TEST(OutOfMemory, AnyAllocationOfTheWholeLifeThatFailsEndsTheProcessWithTheMessa
     // The second life counts: what the first one leaves in the process once and for all, the others find there too.
     for (int life = 0; life < 2; ++life) {
         const LifeStory calm = Live(
-            true, [] { CountFrom(kNever); }, [&](i32) { count = allocations; });
+            true, [] { CountFrom(OrvTest::Never); }, [&](i32) { count = allocations; });
         ASSERT_EQ(calm.exitCode, 0);
     }
     ASSERT_GT(count, 1'000U);
@@ -127,9 +118,9 @@ TEST(OutOfMemory, AnyAllocationOfTheWholeLifeThatFailsEndsTheProcessWithTheMessa
         const u64 number = index * count / tries;
         const ChildEnd end = InChild([&] {
             Live(
-                true, [&] { CountFrom(number); }, [](i32) { CountFrom(kNever); });
+                true, [&] { CountFrom(number); }, [](i32) { CountFrom(OrvTest::Never); });
         });
-        if (end.exitCode == kEnded && end.said.find(kMessage) != std::string::npos) continue;
+        if (EndedOutOfMemory(end)) continue;
         wrong += "allocation " + std::to_string(number) + " of " + std::to_string(count) + ": " + end.Describe();
     }
     EXPECT_EQ(wrong, "");

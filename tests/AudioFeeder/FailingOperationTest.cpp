@@ -11,13 +11,15 @@
 #include <set>
 
 #include "Platform/sim/SimFailures.h"
-#include "tests/AudioFeeder/ChildProcess.h"
 #include "tests/AudioFeeder/WholeLife.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/Effort.h"
 
 namespace {
 
 using namespace FeederTest;
+using OrvTest::ChildEnd;
+using OrvTest::InChild;
 using Platform::Sim::FallibleOperation;
 using Platform::Sim::Operation;
 using Platform::Sim::SimFailures;

@@ -1,35 +1,18 @@
 // A channel's door and its log: pipes that cannot be created, connects that fail, ids, and channels that cannot play.
 #include <gtest/gtest.h>
 
-#include "AudioFeeder/PipeFeed.h"
-#include "tests/AudioFeeder/FeederWorld.h"
+#include "tests/AudioFeeder/PipeFeedFixture.h"
 #include "tests/AudioFeeder/SetModel.h"
 
 namespace {
 
 using namespace FeederTest;
 using Orv::IPipeFeed;
-using FeedHolder = MTObjects::THolder<IPipeFeed>;
 
 constexpr u32 kEmpty = 11;  // some system error numbers
 constexpr u32 kDenied = 13;
 
-class ListenerTest : public testing::Test {
-protected:
-    // A raw file whose end is far away.
-    Samples AddLongFile(u32 blocks = 400) {
-        const Samples sound = Noise(blocks * 1000 + 500, 1);
-        world_.Files().AddFile("/root/Playlist/x/long.raw", RawBytes(sound));
-        return sound;
-    }
-    static FeedHolder Sorted(std::initializer_list<Field> fields = {}) {
-        Orv::FeedRow row = MakeFeed(fields);
-        VXSetInt32Value(row.base.Get(), "feedtype", 3);
-        return new IPipeFeed(row);
-    }
-
-    FeederWorld world_;
-};
+using ListenerTest = PipeFeedFixture;
 
 TEST_F(ListenerTest, ListenerLinesPrintTheIdInHexadecimalAndTheCloseLineInDecimal) {
     AddLongFile();

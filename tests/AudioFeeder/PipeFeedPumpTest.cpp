@@ -1,16 +1,14 @@
 // The pump of a channel on simulated time: when blocks go out, to whom, and how clients come and go.
 #include <gtest/gtest.h>
 
-#include "AudioFeeder/PipeFeed.h"
 #include "AudioFeeder/SharedValues.h"
-#include "tests/AudioFeeder/FeederWorld.h"
+#include "tests/AudioFeeder/PipeFeedFixture.h"
 #include "tests/AudioFeeder/SetModel.h"
 
 namespace {
 
 using namespace FeederTest;
 using Orv::IPipeFeed;
-using FeedHolder = MTObjects::THolder<IPipeFeed>;
 
 // When block `number`, counted from 0, is there, in milliseconds after the first one: it falls due 125 ms after the
 // one before, the first one 400 ms early, and the pump looks each 100 ms.
@@ -19,22 +17,7 @@ u64 ArrivalOf(u64 number) {
     return due <= 0 ? 0 : static_cast<u64>((due + 99) / 100 * 100);
 }
 
-class PumpTest : public testing::Test {
-protected:
-    // A raw file whose end is far away.
-    Samples AddLongFile(u32 blocks = 400) {
-        const Samples sound = Noise(blocks * 1000 + 500, 1);
-        world_.Files().AddFile("/root/Playlist/x/long.raw", RawBytes(sound));
-        return sound;
-    }
-    static FeedHolder Sorted(std::initializer_list<Field> fields = {}) {
-        Orv::FeedRow row = MakeFeed(fields);
-        VXSetInt32Value(row.base.Get(), "feedtype", 3);
-        return new IPipeFeed(row);
-    }
-
-    FeederWorld world_;
-};
+using PumpTest = PipeFeedFixture;
 
 TEST_F(PumpTest, AClientThatConnectsToAChannelAtRestGetsThreeBlocksAtOnceAndThenOneEach125Milliseconds) {
     const Samples sound = AddLongFile();

@@ -8,13 +8,13 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/OtherUser.h"
 #include "tests/support/Process.h"
 
 namespace OrvTest {
 
 inline const std::string OrvConfigProgram = std::string(ORV_BIN_FOLDER) + "/orv-config";
 inline const std::string OrvctlProgram = std::string(ORV_BIN_FOLDER) + "/orvctl";
-constexpr uid_t Nobody = 65534;
 
 class ServedDatabase : public ::testing::Test {
 protected:
@@ -81,9 +81,7 @@ protected:
         const std::string program = folder_ / std::filesystem::path(command[0]).filename().string();
         std::filesystem::copy_file(command[0], program, std::filesystem::copy_options::skip_existing);
         command[0] = program;
-        const std::string user = std::to_string(Nobody);
-        command.insert(command.begin(), {"/usr/bin/setpriv", "--reuid=" + user, "--regid=" + user, "--clear-groups"});
-        return command;
+        return AsUser(Nobody, command);
     }
     void ExpectFailure(const std::vector<std::string>& arguments, int code, const std::string& text) {
         const RunResult result = Ctl(arguments);

@@ -17,9 +17,9 @@
 #include <new>
 
 #include "Platform/OutOfMemory.h"
-#include "tests/AudioFeeder/ChildProcess.h"
 #include "tests/VX/GrpcFixture.h"
 #include "tests/support/Effort.h"
+#include "tests/support/FailingHeap.h"
 
 // The bounds of the program's code, by the linker.
 extern "C" const char __executable_start;
@@ -27,13 +27,11 @@ extern "C" const char etext;
 
 namespace {
 
-constexpr u64 kNever = 0xFFFFFFFFFFFFFFFF;
-constexpr int kEnded = 253;  // the shell's form of -3
-constexpr char kMessage[] = "std::bad_alloc: out of memory";
+using OrvTest::ChildEnd;
 
 std::atomic<bool> counting{false};
 std::atomic<u64> own{0};
-u64 failing = kNever;  // set before there are threads
+u64 failing = OrvTest::Never;  // set before there are threads
 
 struct Range {
     std::uintptr_t first = 0;
@@ -79,17 +77,10 @@ bool IsOwn(std::uintptr_t caller) {
     return program.Has(caller);
 }
 
-// As the standard wants it of an allocation function: the handler is asked until it gives up.
 void* Allocate(std::size_t size, const void* caller) {
     const bool fails =
         counting.load() && IsOwn(reinterpret_cast<std::uintptr_t>(caller)) && own.fetch_add(1) == failing;
-    for (;;) {
-        void* memory = fails ? nullptr : std::malloc(size != 0 ? size : 1);
-        if (memory != nullptr) return memory;
-        const std::new_handler handler = std::get_new_handler();
-        if (handler == nullptr) throw std::bad_alloc();
-        handler();
-    }
+    return OrvTest::AllocateUnless(fails, size);
 }
 
 }  // namespace
@@ -134,8 +125,8 @@ public:
     }
 };
 
-FeederTest::ChildEnd LiveWhileOneFails(u64 number) {
-    return FeederTest::InChild([number] {
+ChildEnd LiveWhileOneFails(u64 number) {
+    return OrvTest::InChild([number] {
         ::alarm(60);
         Platform::EndWhenOutOfMemory();
         failing = number;
@@ -147,7 +138,7 @@ FeederTest::ChildEnd LiveWhileOneFails(u64 number) {
 }
 
 // Its own allocations, of a process that has lived to its end; 0 of another one.
-u64 AllocationsOf(const FeederTest::ChildEnd& end) {
+u64 AllocationsOf(const ChildEnd& end) {
     unsigned long long count = 0;
     const auto at = end.said.find("lived with ");
     if (end.exitCode != 0 || at == std::string::npos) return 0;
@@ -158,7 +149,7 @@ u64 AllocationsOf(const FeederTest::ChildEnd& end) {
 TEST(GrpcOutOfMemory, AnyAllocationOfOurOwnThatFailsOnTheLinkEndsTheProcessWithTheMessage) {
     program = {reinterpret_cast<std::uintptr_t>(&__executable_start), reinterpret_cast<std::uintptr_t>(&etext)};
     ASSERT_EQ(::dl_iterate_phdr(&FindStandardLibrary, nullptr), 1);
-    const FeederTest::ChildEnd calm = LiveWhileOneFails(kNever);
+    const ChildEnd calm = LiveWhileOneFails(OrvTest::Never);
     const u64 count = AllocationsOf(calm);
     ASSERT_GT(count, 100u) << calm.Describe();
 
@@ -167,8 +158,8 @@ TEST(GrpcOutOfMemory, AnyAllocationOfOurOwnThatFailsOnTheLinkEndsTheProcessWithT
     std::string wrong;  // told at the end: a child process must begin without a failure
     for (u64 index = 0; index < tries; ++index) {
         const u64 number = index * count / tries;
-        const FeederTest::ChildEnd end = LiveWhileOneFails(number);
-        if (end.exitCode == kEnded && end.said.find(kMessage) != std::string::npos) {
+        const ChildEnd end = LiveWhileOneFails(number);
+        if (EndedOutOfMemory(end)) {
             ++ended;
             continue;
         }

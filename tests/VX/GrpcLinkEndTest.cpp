@@ -15,9 +15,12 @@ namespace {
 // The service's call waits in here until the test lets it go.
 class Gate {
 public:
-    void Pass() {
-        entered_.Set();
-        open_.WaitFor(20'000);
+    auto Call() {
+        return [this](VX::SessionId, u32, const ParamListHolder& request) {
+            entered_.Set();
+            open_.WaitFor(20'000);
+            return request;
+        };
     }
     bool WaitEntered() { return entered_.WaitFor(10'000); }
     void Open() { open_.Set(); }
@@ -44,10 +47,7 @@ TEST_F(GrpcLinkTest, AStoppedServerIsNoticedAtOnce) {
 
 TEST_F(GrpcLinkTest, AKilledServerIsNoticedAtOnceAndEndsACallUnderWay) {
     Gate gate;
-    service_.onCall = [&](VX::SessionId, u32, const ParamListHolder& request) {
-        gate.Pass();
-        return request;
-    };
+    service_.onCall = gate.Call();
     Listen();
     TcpRelay relay(server_->Port());
     TestEvents events;
@@ -88,10 +88,7 @@ TEST_F(GrpcLinkTest, AHungServerIsNoticedByKeepalive) {
 
 TEST_F(GrpcLinkTest, ACallThatTimesOutEndsTheConnection) {
     Gate gate;
-    service_.onCall = [&](VX::SessionId, u32, const ParamListHolder& request) {
-        gate.Pass();
-        return request;
-    };
+    service_.onCall = gate.Call();
     Listen();
     GrpcOptions options;
     options.callMilliseconds = 300;
@@ -110,10 +107,7 @@ TEST_F(GrpcLinkTest, ACallThatTimesOutEndsTheConnection) {
 
 TEST_F(GrpcLinkTest, CloseEndsACallUnderWayAndNoEventComesAfterIt) {
     Gate gate;
-    service_.onCall = [&](VX::SessionId, u32, const ParamListHolder& request) {
-        gate.Pass();
-        return request;
-    };
+    service_.onCall = gate.Call();
     Listen();
     TestEvents events;
     const auto link = Connect(events);

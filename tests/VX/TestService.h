@@ -1,4 +1,5 @@
-// A service behind a link that writes down what it is told and answers as the test wants.
+// The two ends of a link as a test has them: both write down what they are told, and the service answers as the test
+// wants.
 #pragma once
 
 #include <functional>
@@ -8,7 +9,27 @@
 #include "Platform/Sync.h"
 #include "VX/Link.h"
 
-class TestService : public VX::ILinkService {
+// What has been told, in its order, by any thread.
+class TestNotes {
+public:
+    std::vector<std::string> Notes() {
+        Platform::LockGuard guard(mutex_);
+        return notes_;
+    }
+
+protected:
+    void Note(std::string text) {
+        Platform::LockGuard guard(mutex_);
+        notes_.push_back(std::move(text));
+        changed_.NotifyAll();
+    }
+
+    Platform::Mutex mutex_;
+    Platform::CondVar changed_;
+    std::vector<std::string> notes_ ORV_GUARDED_BY(mutex_);
+};
+
+class TestService : public VX::ILinkService, public TestNotes {
 public:
     std::function<bool(const std::string&)> authenticate = [](const std::string& c) {
         return c == std::string("user:pass\0", 10);
@@ -36,10 +57,6 @@ public:
         return reply;
     }
 
-    std::vector<std::string> Notes() {
-        Platform::LockGuard guard(mutex_);
-        return notes_;
-    }
     // Waits, five seconds at most, until the service has been told so.
     bool WaitFor(const std::string& note, u64 times = 1) {
         Platform::LockGuard guard(mutex_);
@@ -51,21 +68,10 @@ public:
         }
         return false;
     }
-
-private:
-    void Note(std::string text) {
-        Platform::LockGuard guard(mutex_);
-        notes_.push_back(std::move(text));
-        changed_.NotifyAll();
-    }
-
-    Platform::Mutex mutex_;
-    Platform::CondVar changed_;
-    std::vector<std::string> notes_ ORV_GUARDED_BY(mutex_);
 };
 
 // The client's end of a link, which writes down the events.
-class TestEvents : public VX::ILinkEvents {
+class TestEvents : public VX::ILinkEvents, public TestNotes {
 public:
     std::function<void()> inSignal;
 
@@ -76,27 +82,12 @@ public:
     }
     void OnClosed() override { Note("closed"); }
 
-    std::vector<std::string> Notes() {
-        Platform::LockGuard guard(mutex_);
-        return notes_;
-    }
     // Waits, ten seconds at most, until so many events have come.
     bool WaitForCount(u64 count) {
         Platform::LockGuard guard(mutex_);
         for (u32 tries = 0; tries < 100 && notes_.size() < count; tries++) changed_.WaitFor(mutex_, 100);
         return notes_.size() >= count;
     }
-
-private:
-    void Note(std::string text) {
-        Platform::LockGuard guard(mutex_);
-        notes_.push_back(std::move(text));
-        changed_.NotifyAll();
-    }
-
-    Platform::Mutex mutex_;
-    Platform::CondVar changed_;
-    std::vector<std::string> notes_ ORV_GUARDED_BY(mutex_);
 };
 
 // An event with one text.

@@ -12,12 +12,13 @@
 #include <regex>
 #include <sstream>
 
+#include "tests/support/OtherUser.h"
+
 namespace fs = std::filesystem;
 
 namespace OrvTest {
 namespace {
 
-constexpr uid_t UnprivilegedId = 65534;  // nobody, nogroup
 // A try that fails is made again ten seconds later.
 constexpr int ConnectMilliseconds = 40000;
 
@@ -62,7 +63,7 @@ std::string Exchange::Prompts() const {
 }
 
 void Exchange::Own(const std::string& path) const {
-    if (IsRoot() && ::lchown(path.c_str(), UnprivilegedId, UnprivilegedId) != 0) {
+    if (IsRoot() && ::lchown(path.c_str(), Nobody, Nobody) != 0) {
         throw std::runtime_error("cannot hand over " + path);
     }
 }
@@ -113,11 +114,7 @@ std::string Exchange::Program(const std::string& name) const {
 }
 
 std::vector<std::string> Exchange::Unprivileged(std::vector<std::string> command) const {
-    if (!IsRoot()) return command;
-    std::vector<std::string> whole{
-        "/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "--pdeathsig", "KILL", "--"};
-    whole.insert(whole.end(), command.begin(), command.end());
-    return whole;
+    return IsRoot() ? AsUser(Nobody, command) : command;
 }
 
 void Exchange::MakeUsers() {

@@ -25,6 +25,7 @@
 #include "tests/faults/HostileValues.h"
 #include "tests/faults/Traces.h"
 #include "tests/support/Effort.h"
+#include "tests/support/OtherUser.h"
 
 namespace fs = std::filesystem;
 
@@ -333,11 +334,7 @@ TEST_F(HostileNames, AnotherUserGetsNeitherAtTheSoundNorAtTheRowsNorAtAPassword)
         if (ending == ".ini" || ending == ".password") fs::permissions(entry.path(), fs::perms(0600));
     }
 
-    const auto other = [](std::vector<std::string> command) {
-        std::vector<std::string> whole{"/usr/bin/setpriv", "--reuid=65533", "--regid=65533", "--clear-groups", "--"};
-        whole.insert(whole.end(), command.begin(), command.end());
-        return OrvTest::Run(whole);
-    };
+    const auto other = [](const std::vector<std::string>& command) { return OrvTest::Run(AsUser(65533, command)); };
     const std::string feeder = std::to_string(exchange_.Feeder().Pid());
     const std::string config = std::to_string(exchange_.Config().Pid());
     ASSERT_EQ(other({"/bin/ls", exchange_.Folder().Path()}).exitCode, 0) << "the other user sees the folder";

@@ -8,6 +8,7 @@
 
 #include "tests/e2e/Exchange.h"
 #include "tests/support/Effort.h"
+#include "tests/support/OtherUser.h"
 
 namespace OrvTest {
 namespace {
@@ -15,15 +16,12 @@ namespace {
 namespace fs = std::filesystem;
 
 // A user who has no other process: threads are counted per user.
-std::string UserOfItsOwn() {
-    return std::to_string(61000 + ::getpid() % 4000);
+uid_t UserOfItsOwn() {
+    return static_cast<uid_t>(61000 + ::getpid() % 4000);
 }
 
-std::vector<std::string> AsUser(const std::string& user, const std::vector<std::string>& command) {
-    std::vector<std::string> whole{
-        "/usr/bin/setpriv", "--reuid=" + user, "--regid=" + user, "--clear-groups", "--pdeathsig", "KILL", "--"};
-    whole.insert(whole.end(), command.begin(), command.end());
-    return whole;
+void ChangeOwner(const std::string& path, uid_t user) {
+    EXPECT_EQ(::chown(path.c_str(), user, static_cast<gid_t>(-1)), 0);
 }
 
 // `limit` is an option of prlimit, "nproc" for threads.
@@ -50,14 +48,13 @@ protected:
         return {exchange_.Program("orv-audio-feed"), "-c", exchange_.SettingsFile()};
     }
     // Empties the folder of the logs and gives it and that of the pipes to a user, unless it is the usual one.
-    void MakeFolders(const std::string& user = "") const {
+    void MakeFolders(uid_t user = Nobody) const {
         const std::string logs = exchange_.Folder() / "d/Data/Logs";
         fs::remove_all(logs);
         fs::create_directory(logs);
         for (const std::string& folder : {logs, exchange_.PipeFolder()}) {
             exchange_.Own(folder);
-            if (user.empty()) continue;
-            ASSERT_EQ(OrvTest::Run({"/usr/bin/env", "chown", user, folder}).exitCode, 0);
+            if (user != Nobody) ChangeOwner(folder, user);
         }
     }
     bool Logged(const std::string& part) const { return !exchange_.LogTexts(part).empty(); }
@@ -97,7 +94,7 @@ protected:
 
 TEST_F(ScarceStart, WithFewThreadsEndsOrTriesAgainAndObeysAStop) {
     if (::geteuid() != 0) GTEST_SKIP() << "threads are counted per user, and only root can be another one";
-    const std::string user = UserOfItsOwn();
+    const uid_t user = UserOfItsOwn();
     for (int threads = 1; threads <= 24; threads += Effort(3, 1)) {
         SCOPED_TRACE(threads);
         MakeFolders(user);
@@ -123,8 +120,7 @@ protected:
     ScarceConfigStart() {
         fs::permissions(exchange_.Folder().Path(), fs::perms::others_exec, fs::perm_options::add);
         fs::create_directory(folder_);
-        if (::geteuid() != 0) return;
-        EXPECT_EQ(OrvTest::Run({"/usr/bin/env", "chown", user_, folder_}).exitCode, 0);
+        if (::geteuid() == 0) ChangeOwner(folder_, user_);
     }
 
     // One start, until it is clear what becomes of it, and its stop. It serves and obeys, or says what to do.
@@ -148,7 +144,7 @@ protected:
 
     Exchange exchange_;
     const std::string folder_ = exchange_.Folder() / "own";
-    const std::string user_ = UserOfItsOwn();
+    const uid_t user_ = UserOfItsOwn();
     int served_ = 0;
     int refused_ = 0;
 };

@@ -1,4 +1,4 @@
-#include "tests/AudioFeeder/ChildProcess.h"
+#include "tests/support/ChildProcess.h"
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -12,7 +12,7 @@
 // There when the build counts what its tests run: a process that ends by _Exit() must ask for it.
 extern "C" __attribute__((weak)) int __llvm_profile_write_file();
 
-namespace FeederTest {
+namespace OrvTest {
 
 namespace {
 
@@ -65,4 +65,4 @@ ChildEnd InChild(const std::function<void()>& body) {
     return end;
 }
 
-}  // namespace FeederTest
+}  // namespace OrvTest

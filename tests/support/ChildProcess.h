@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-namespace FeederTest {
+namespace OrvTest {
 
 struct ChildEnd {
     bool hung = false;  // it had to be ended
@@ -20,4 +20,4 @@ struct ChildEnd {
 // has one thread, and no failed expectation. The child has a minute of processor time.
 ChildEnd InChild(const std::function<void()>& body);
 
-}  // namespace FeederTest
+}  // namespace OrvTest

@@ -17,6 +17,17 @@
 namespace Platform {
 namespace {
 
+// A server of which each connection is in the test's hands, with room for one more than `queue` that wait.
+int ListenByHand(const std::string& name, int queue) {
+    SystemError error = 0;
+    PipeAddress address;
+    EXPECT_TRUE(PipeAddress::Make(name, address, error));
+    const int server = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    EXPECT_EQ(::bind(server, address.Get(), sizeof address.address), 0);
+    EXPECT_EQ(::listen(server, queue), 0);
+    return server;
+}
+
 TEST_F(NamedPipeTest, AfterTheEndTheClientStillReadsWhatWasWritten) {
     const auto endpoint = CreatePipeEndpoint("feed");
     Connection pipe = Connect(*endpoint, "feed");
@@ -101,14 +112,9 @@ TEST_F(NamedPipeTest, AnAbsentServerIsAFailureAtOnce) {
     EXPECT_NE(PipeBusyError(), static_cast<SystemError>(ENOENT));
 }
 
-// Method: a server with room for one more than none in its queue.
 TEST_F(NamedPipeTest, AFullQueueIsToldAsBusy) {
     SystemError error = 0;
-    PipeAddress address;
-    ASSERT_TRUE(PipeAddress::Make("feed", address, error));
-    const int server = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(::bind(server, address.Get(), sizeof address.address), 0);
-    ASSERT_EQ(::listen(server, 0), 0);
+    const int server = ListenByHand("feed", 0);
     const auto first = ConnectPipe("feed", error);
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(ConnectPipe("feed", error), nullptr);
@@ -120,11 +126,7 @@ TEST_F(NamedPipeTest, AConnectMayWaitForAPlaceInAFullQueueAndForNothingElse) {
     SystemError error = 0;
     EXPECT_EQ(ConnectPipeWithin("none", 60'000, error), nullptr);
     EXPECT_EQ(error, static_cast<SystemError>(ENOENT));
-    PipeAddress address;
-    ASSERT_TRUE(PipeAddress::Make("feed", address, error));
-    const int server = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(::bind(server, address.Get(), sizeof address.address), 0);
-    ASSERT_EQ(::listen(server, 0), 0);
+    const int server = ListenByHand("feed", 0);
     const auto first = ConnectPipeWithin("feed", 60'000, error);
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(error, 0u);
@@ -153,11 +155,7 @@ TEST_F(NamedPipeTest, AConnectMayWaitForAPlaceInAFullQueueAndForNothingElse) {
 // Method: more than the socket takes at once, to a server that reads late; then to one that has gone.
 TEST_F(NamedPipeTest, AClientsWriteBlocksUntilTheServerHasTakenAllOrHasGone) {
     SystemError error = 0;
-    PipeAddress address;
-    ASSERT_TRUE(PipeAddress::Make("feed", address, error));
-    const int server = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(::bind(server, address.Get(), sizeof address.address), 0);
-    ASSERT_EQ(::listen(server, 1), 0);
+    const int server = ListenByHand("feed", 1);
     const auto client = ConnectPipe("feed", error);
     ASSERT_NE(client, nullptr);
     const int accepted = ::accept4(server, nullptr, nullptr, SOCK_CLOEXEC);

@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "Platform/NamedPipe.h"
+#include "tests/support/OtherUser.h"
 #include "tests/support/Process.h"
 
 namespace OrvTest {
@@ -115,9 +116,7 @@ TEST_F(ListenProgram, WhoMayNotConnectIsToldOfTheGroup) {
     for (const bool follows : {false, true}) {
         std::vector<std::string> command = {folder_ / "orv-listen", "feed", "--pipe-folder", folder_ / "p"};
         if (follows) command.insert(command.end(), {"--follow", "--seconds", "0.1"});
-        if (::geteuid() == 0) {
-            command.insert(command.begin(), {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
-        }
+        if (::geteuid() == 0) command = AsUser(Nobody, command);
         const RunResult result = OrvTest::Run(command);
         EXPECT_EQ(result.exitCode, follows ? 0 : 3);
         EXPECT_NE(result.error.find("Permission denied"), std::string::npos) << result.error;

@@ -12,31 +12,11 @@
 #include "Platform/Command.h"
 #include "Platform/NamedPipe.h"
 #include "Tools/orv-publish/Source.h"
+#include "tests/Tools/orv-publish/SoundBytes.h"
 
 namespace PublishTest {
 
 using Messages = std::vector<std::string>;
-
-// Bytes of which no stretch of four equals another within the first 64 Ki samples, none of them silent.
-inline std::string Sound(std::size_t bytes, unsigned first = 1) {
-    std::string sound;
-    for (unsigned sample = first; sound.size() < bytes; ++sample) {
-        sound += static_cast<char>(sample & 0xFF);
-        sound += static_cast<char>(sample >> 8 & 0xFF);
-    }
-    sound.resize(bytes);
-    return sound;
-}
-
-// Whether two stretches of sound are equal, told without their bytes.
-inline testing::AssertionResult Same(const std::string& heard, const std::string& expected) {
-    if (heard == expected) return testing::AssertionSuccess();
-    const auto common = std::min(heard.size(), expected.size());
-    std::size_t at = 0;
-    while (at < common && heard[at] == expected[at]) ++at;
-    return testing::AssertionFailure() << heard.size() << " bytes heard, " << expected.size()
-                                       << " expected, which differ from byte " << at << " on";
-}
 
 // Gives scripted pieces, one a read; "" is a read that finds nothing. Behind the last one it ends, or stays silent.
 class ScriptedStream : public Platform::IInputStream {

@@ -4,32 +4,16 @@
 #include <sys/stat.h>
 
 #include "Platform/NamedPipe.h"
+#include "tests/Tools/orv-publish/SoundBytes.h"
+#include "tests/support/OtherUser.h"
 #include "tests/support/Process.h"
 
 namespace OrvTest {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// Sixteen-bit samples that count up, so that each stretch is found in one place only.
-std::string Sound(std::size_t bytes) {
-    std::string sound;
-    for (unsigned sample = 1; sound.size() < bytes; ++sample) {
-        sound += static_cast<char>(sample & 0xFF);
-        sound += static_cast<char>(sample >> 8 & 0xFF);
-    }
-    return sound;
-}
-
-// Whether two stretches of sound are equal, told without their bytes.
-inline testing::AssertionResult Same(const std::string& heard, const std::string& expected) {
-    if (heard == expected) return testing::AssertionSuccess();
-    const auto common = std::min(heard.size(), expected.size());
-    std::size_t at = 0;
-    while (at < common && heard[at] == expected[at]) ++at;
-    return testing::AssertionFailure() << heard.size() << " bytes heard, " << expected.size()
-                                       << " expected, which differ from byte " << at << " on";
-}
+using PublishTest::Same;
+using PublishTest::Sound;
 
 class PublishProgram : public ::testing::Test {
 protected:
@@ -242,8 +226,8 @@ TEST_F(PublishProgram, AFolderThatOthersOwnIsRefusedWithWhatToDo) {
     std::filesystem::create_directories(folder_ / "p");
     std::filesystem::permissions(folder_.Path(), std::filesystem::perms(0755));
     std::filesystem::copy_file(ORV_PUBLISH, folder_ / "orv-publish");
-    const RunResult result = OrvTest::Run({"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "--",
-                                           folder_ / "orv-publish", "radio", "--pipe-folder", folder_ / "p"});
+    const RunResult result =
+        OrvTest::Run(AsUser(Nobody, {folder_ / "orv-publish", "radio", "--pipe-folder", folder_ / "p"}));
     EXPECT_EQ(result.exitCode, 3);
     EXPECT_NE(result.error.find("you may not make pipes in the folder"), std::string::npos) << result.error;
 }

@@ -46,6 +46,15 @@ i32 OnLost(const char*, u64, u64) {
     return 0;
 }
 
+// Calls until nobody answers any more.
+void CallToTheEnd(const std::string& application) {
+    HVXPARAMLIST reply = nullptr;
+    do {
+        reply = VXCall(application.c_str(), 9, nullptr);
+        VXCloseHandle(reply);
+    } while (reply != nullptr);
+}
+
 bool Until(const std::function<bool()>& condition) {
     for (u32 tries = 0; tries < 1000 && !condition(); tries++) Platform::SleepMilliseconds(10);
     return condition();
@@ -130,13 +139,7 @@ TEST_P(ThreadsTest, AServerThatDiesUnderLoadIsToldOnceAndCallsReturn) {
         }
     });
     for (int t = 0; t < 3; t++) {
-        threads.emplace_back("calling", [&] {
-            HVXPARAMLIST reply = nullptr;
-            do {
-                reply = VXCall(seen.application.c_str(), 9, nullptr);
-                VXCloseHandle(reply);
-            } while (reply != nullptr);
-        });
+        threads.emplace_back("calling", [&] { CallToTheEnd(seen.application); });
     }
     EXPECT_TRUE(Until([&] { return seen.events > 20; }));
     server_->Stop();
@@ -191,13 +194,7 @@ TEST_P(ThreadsTest, ShutdownUnderLoadReturnsAndTheLibraryStartsAgain) {
         VXRegisterSlot(1, &OnEvent, &seen);
         std::vector<Platform::Thread> threads;
         for (int t = 0; t < 2; t++) {
-            threads.emplace_back("calling", [&] {
-                HVXPARAMLIST reply = nullptr;
-                do {
-                    reply = VXCall(seen.application.c_str(), 9, nullptr);
-                    VXCloseHandle(reply);
-                } while (reply != nullptr);
-            });
+            threads.emplace_back("calling", [&] { CallToTheEnd(seen.application); });
         }
         for (int i = 0; i < 100; i++) server_->Raise("S", TextEvent(std::to_string(i)));
         EXPECT_TRUE(Until([&] { return seen.events > 3; }));

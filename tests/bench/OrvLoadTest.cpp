@@ -187,75 +187,72 @@ TEST(CountedCheckTest, OneSampleThatIsWrongBreaksItsBlock) {
     EXPECT_EQ(check.Broken(), 1U);
 }
 
-TEST(ListenersTest, AClientThatIsShortOfBlocksIsTold) {
-    const OrvTest::TempFolder folder;
-    Listeners listeners(kMillisecond);
-    const OwnPipe pipe(listeners, folder / "p");
-    pipe.Send(kBlockBytes);
-    ASSERT_TRUE(listeners.WaitForFirstBlocks(10 * kSecond));
-    listeners.BeginWindow();
+class ListenersTest : public ::testing::Test {
+protected:
+    // The first block of a feed is heard, and the window begins.
+    void Begin(const OwnPipe& pipe) {
+        pipe.Send(kBlockBytes);
+        EXPECT_TRUE(listeners_.WaitForFirstBlocks(10 * kSecond));
+        listeners_.BeginWindow();
+    }
+
+    const OrvTest::TempFolder folder_;
+    Listeners listeners_{kMillisecond};
+};
+
+TEST_F(ListenersTest, AClientThatIsShortOfBlocksIsTold) {
+    const OwnPipe pipe(listeners_, folder_ / "p");
+    Begin(pipe);
     // Blocks 1 to 6 are due by then and nothing comes: block 0 was 275 ms overdue.
     SleepFor(600 * kMillisecond);
-    const Heard heard = listeners.Collect();
+    const Heard heard = listeners_.Collect();
     EXPECT_GE(heard.missing, 6U);
 }
 
-TEST(ListenersTest, ABlockThatComesAfterTheWindowInWhichItWasDueIsLateAndNotMissing) {
-    const OrvTest::TempFolder folder;
-    Listeners listeners(kMillisecond);
-    const OwnPipe pipe(listeners, folder / "p");
-    pipe.Send(kBlockBytes);
-    ASSERT_TRUE(listeners.WaitForFirstBlocks(10 * kSecond));
-    listeners.BeginWindow();
+TEST_F(ListenersTest, ABlockThatComesAfterTheWindowInWhichItWasDueIsLateAndNotMissing) {
+    const OwnPipe pipe(listeners_, folder_ / "p");
+    Begin(pipe);
     SleepFor(300 * kMillisecond);
-    listeners.EndWindow();
+    listeners_.EndWindow();
     // All four were due in it.
     pipe.Send(4 * kBlockBytes);
-    ASSERT_TRUE(WaitFor(10 * kSecond, [&] { return listeners.BlocksOf(0) == 5; }));
-    const Heard heard = listeners.Collect();
+    ASSERT_TRUE(WaitFor(10 * kSecond, [&] { return listeners_.BlocksOf(0) == 5; }));
+    const Heard heard = listeners_.Collect();
     EXPECT_EQ(heard.blocks, 4U);
     EXPECT_EQ(heard.earliest, 0);
     EXPECT_GE(heard.lateness.Max(), 450 * kMillisecond);
     EXPECT_GE(heard.lateBlocks, 2U);
 }
 
-TEST(ListenersTest, AWindowThatIsOverIsHeldAgainstTheGridAsItIsKnownLater) {
-    const OrvTest::TempFolder folder;
-    Listeners listeners(kMillisecond);
-    const OwnPipe pipe(listeners, folder / "p");
-    pipe.Send(kBlockBytes);
-    ASSERT_TRUE(listeners.WaitForFirstBlocks(10 * kSecond));
-    listeners.BeginWindow();
+TEST_F(ListenersTest, AWindowThatIsOverIsHeldAgainstTheGridAsItIsKnownLater) {
+    const OwnPipe pipe(listeners_, folder_ / "p");
+    Begin(pipe);
     const i64 begin = Now();
     pipe.Send(2 * kBlockBytes);
-    ASSERT_TRUE(WaitFor(10 * kSecond, [&] { return listeners.BlocksOf(0) == 3; }));
+    ASSERT_TRUE(WaitFor(10 * kSecond, [&] { return listeners_.BlocksOf(0) == 3; }));
     // Block 1 is 150 ms overdue as block 0 tells it.
-    EXPECT_GE(listeners.Collect().lateness.Max(), 150 * kMillisecond);
-    listeners.BeginWindow();
+    EXPECT_GE(listeners_.Collect().lateness.Max(), 150 * kMillisecond);
+    listeners_.BeginWindow();
     pipe.Send(60 * kBlockBytes);
-    ASSERT_TRUE(WaitFor(10 * kSecond, [&] { return listeners.BlocksOf(0) == 63; }));
+    ASSERT_TRUE(WaitFor(10 * kSecond, [&] { return listeners_.BlocksOf(0) == 63; }));
     const i64 took = Now() - begin;
-    listeners.Collect();
-    EXPECT_EQ(listeners.LatenessIn(0).Count(), 2U);
-    EXPECT_EQ(listeners.LatenessIn(1).Count(), 60U);
+    listeners_.Collect();
+    EXPECT_EQ(listeners_.LatenessIn(0).Count(), 2U);
+    EXPECT_EQ(listeners_.LatenessIn(1).Count(), 60U);
     // Block 62 is early, so that block 1 should have come 61 blocks' time before it and not just now.
-    EXPECT_GE(listeners.LatenessIn(0).Max(), 61 * kBlockTime - took);
+    EXPECT_GE(listeners_.LatenessIn(0).Max(), 61 * kBlockTime - took);
 }
 
-TEST(ListenersTest, BlocksAreHeldAgainstTheGrid) {
-    const OrvTest::TempFolder folder;
-    Listeners listeners(kMillisecond);
-    const OwnPipe pipe(listeners, folder / "p");
-    pipe.Send(kBlockBytes);
-    ASSERT_TRUE(listeners.WaitForFirstBlocks(10 * kSecond));
-    listeners.BeginWindow();
+TEST_F(ListenersTest, BlocksAreHeldAgainstTheGrid) {
+    const OwnPipe pipe(listeners_, folder_ / "p");
+    Begin(pipe);
     // Block 1 is 150 ms overdue at once, and it takes its time.
     SleepFor(300 * kMillisecond);
     pipe.Send(kBlockBytes);
     // Nine blocks more than are due.
     pipe.Send(9 * kBlockBytes + 1);
-    ASSERT_TRUE(WaitFor(10 * kSecond, [&] { return listeners.BlocksOf(0) == 11; }));
-    const Heard heard = listeners.Collect();
+    ASSERT_TRUE(WaitFor(10 * kSecond, [&] { return listeners_.BlocksOf(0) == 11; }));
+    const Heard heard = listeners_.Collect();
     EXPECT_EQ(heard.blocks, 10U);
     EXPECT_GE(heard.lateness.Max(), 450 * kMillisecond);
     EXPECT_GE(heard.lateBlocks, 1U);
@@ -263,43 +260,39 @@ TEST(ListenersTest, BlocksAreHeldAgainstTheGrid) {
     EXPECT_EQ(heard.torn, 1U);
 }
 
-TEST(ListenersTest, ALaterClientOfAFeedIsHeldAgainstTheSameGrid) {
-    const OrvTest::TempFolder folder;
-    Listeners listeners(kMillisecond);
-    const OwnPipe first(listeners, folder / "p");
+TEST_F(ListenersTest, ALaterClientOfAFeedIsHeldAgainstTheSameGrid) {
+    const OwnPipe first(listeners_, folder_ / "p");
     first.Send(kBlockBytes);
-    ASSERT_TRUE(listeners.WaitForFirstBlocks(10 * kSecond));
+    ASSERT_TRUE(listeners_.WaitForFirstBlocks(10 * kSecond));
     // It comes in the middle of the three blocks of the beginning, and hears the second and the third.
-    const OwnPipe second(listeners, folder / "q");
+    const OwnPipe second(listeners_, folder_ / "q");
     first.Send(2 * kBlockBytes);
     second.Send(2 * kBlockBytes);
-    ASSERT_TRUE(listeners.WaitForFirstBlocks(10 * kSecond));
-    listeners.BeginWindow();
+    ASSERT_TRUE(listeners_.WaitForFirstBlocks(10 * kSecond));
+    listeners_.BeginWindow();
     SleepFor(150 * kMillisecond);
     // Block 3 of the feed, 100 ms due after the beginning.
     second.Send(kBlockBytes);
-    ASSERT_TRUE(WaitFor(10 * kSecond, [&] { return listeners.BlocksOf(1) == 3; }));
-    const Heard heard = listeners.Collect();
+    ASSERT_TRUE(WaitFor(10 * kSecond, [&] { return listeners_.BlocksOf(1) == 3; }));
+    const Heard heard = listeners_.Collect();
     EXPECT_EQ(heard.blocks, 1U);
     EXPECT_EQ(heard.earliest, 0);
     EXPECT_GE(heard.lateness.Max(), 40 * kMillisecond);
 }
 
-TEST(ListenersTest, APacedClientTakesABlockEach125MillisecondsAndLeavesTwoWaitingUntilItHurries) {
-    const OrvTest::TempFolder folder;
-    Listeners listeners(kMillisecond);
-    const OwnPipe pipe(listeners, folder / "p", true);
+TEST_F(ListenersTest, APacedClientTakesABlockEach125MillisecondsAndLeavesTwoWaitingUntilItHurries) {
+    const OwnPipe pipe(listeners_, folder_ / "p", true);
     pipe.Send(80 * kBlockBytes);
-    ASSERT_TRUE(listeners.WaitForFirstBlocks(10 * kSecond));
-    ASSERT_TRUE(WaitFor(10 * kSecond, [&] { return listeners.BlocksOf(0) >= 3; }));
+    ASSERT_TRUE(listeners_.WaitForFirstBlocks(10 * kSecond));
+    ASSERT_TRUE(WaitFor(10 * kSecond, [&] { return listeners_.BlocksOf(0) >= 3; }));
     // The second one comes three blocks' time after the first, the third one block's after that.
     const i64 now = Now();
-    EXPECT_GE(now - listeners.FirstBlockAt(0), 4 * kBlockTime);
-    EXPECT_FALSE(listeners.HaveAllBefore(now));
+    EXPECT_GE(now - listeners_.FirstBlockAt(0), 4 * kBlockTime);
+    EXPECT_FALSE(listeners_.HaveAllBefore(now));
     // At its pace the others would take more than nine seconds.
-    listeners.Hurry();
-    EXPECT_TRUE(WaitFor(5 * kSecond, [&] { return listeners.BlocksOf(0) == 80; }));
-    EXPECT_TRUE(listeners.HaveAllBefore(now));
+    listeners_.Hurry();
+    EXPECT_TRUE(WaitFor(5 * kSecond, [&] { return listeners_.BlocksOf(0) == 80; }));
+    EXPECT_TRUE(listeners_.HaveAllBefore(now));
 }
 
 TEST(HistogramTest, AQuantileIsTheTimeThatItsShareDoesNotPass) {

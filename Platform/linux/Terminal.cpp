@@ -7,10 +7,13 @@
 
 #include <cstdlib>
 
+#include "Platform/linux/Descriptor.h"
+#include "Platform/linux/QuestionSignals.h"
+
 namespace Platform {
 namespace {
 
-int Descriptor(StandardStream stream) {
+int NumberOf(StandardStream stream) {
     switch (stream) {
         case StandardStream::Input:
             return STDIN_FILENO;
@@ -44,10 +47,43 @@ void WriteAll(int fd, const std::string& text) {
     }
 }
 
+// The terminal shows nothing of what is typed while it lives.
+class EchoOff {
+public:
+    explicit EchoOff(int fd) : fd_(fd), isTerminal_(::tcgetattr(fd, &before_) == 0) {
+        if (!isTerminal_) return;
+        termios silent = before_;
+        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        ::tcsetattr(fd_, TCSAFLUSH, &silent);
+    }
+    ~EchoOff() {
+        if (isTerminal_) ::tcsetattr(fd_, TCSAFLUSH, &before_);
+    }
+    EchoOff(const EchoOff&) = delete;
+    EchoOff& operator=(const EchoOff&) = delete;
+
+    bool IsTerminal() const { return isTerminal_; }
+
+private:
+    const int fd_;
+    termios before_{};
+    const bool isTerminal_;
+};
+
+// False when the line has no end, or a signal has come before it.
+bool ReadLine(int fd, const QuestionSignals& signals, std::string& line) {
+    char c = 0;
+    while (signals.WaitFor(fd) && ::read(fd, &c, 1) == 1) {
+        if (c == '\n') return true;
+        line.push_back(c);
+    }
+    return false;
+}
+
 }  // namespace
 
 bool IsTerminal(StandardStream stream) {
-    return ::isatty(Descriptor(stream)) == 1;
+    return ::isatty(NumberOf(stream)) == 1;
 }
 
 u32 TerminalWidth() {
@@ -65,31 +101,19 @@ bool ShowsColours(StandardStream stream) {
 }
 
 bool ReadPassword(const std::string& prompt, std::string& password) {
-    password.clear();
-    const int fd = ::open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0) return false;
-    termios before{};
-    if (::tcgetattr(fd, &before) != 0) {
-        ::close(fd);
-        return false;
+    const Descriptor terminal(::open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
+    if (!terminal.IsOpen()) return false;
+    for (;;) {
+        password.clear();
+        const QuestionSignals signals;
+        const EchoOff silent(terminal.Get());
+        if (!silent.IsTerminal()) return false;
+        WriteAll(terminal.Get(), prompt);
+        const bool complete = ReadLine(terminal.Get(), signals, password);
+        WriteAll(terminal.Get(), "\n");
+        // Who comes back from a signal, as after a suspension, is asked again.
+        if (complete || !signals.AreNoted()) return complete;
     }
-    termios silent = before;
-    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    ::tcsetattr(fd, TCSAFLUSH, &silent);
-    WriteAll(fd, prompt);
-    bool complete = false;
-    char c = 0;
-    while (::read(fd, &c, 1) == 1) {
-        if (c == '\n') {
-            complete = true;
-            break;
-        }
-        password.push_back(c);
-    }
-    WriteAll(fd, "\n");
-    ::tcsetattr(fd, TCSAFLUSH, &before);
-    ::close(fd);
-    return complete;
 }
 
 }  // namespace Platform

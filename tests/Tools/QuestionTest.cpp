@@ -1,0 +1,84 @@
+// Goal: a program that asks for a password can be stopped there, and leaves the terminal as it was. Method: the real
+// programs on terminals of their own, on which is typed.
+#include <gtest/gtest.h>
+
+#include "tests/support/Terminal.h"
+
+namespace OrvTest {
+namespace {
+
+const std::string kConfig = std::string(ORV_BIN_FOLDER) + "/orv-config";
+const std::string kCtl = std::string(ORV_BIN_FOLDER) + "/orvctl";
+
+class Question : public testing::Test {
+protected:
+    // Starts the program and waits until it asks.
+    void Ask(const std::vector<std::string>& command) {
+        program_ = terminal_.Start(command);
+        ASSERT_TRUE(Eventually([&] { return Count("Password for ") == 1 && !terminal_.Echoes(); }, 30000))
+            << terminal_.Shown();
+    }
+    std::size_t Count(const std::string& text) {
+        const std::string& shown = terminal_.Shown();
+        std::size_t count = 0;
+        for (std::size_t at = 0; (at = shown.find(text, at)) != std::string::npos; at += text.size()) ++count;
+        return count;
+    }
+    void ExpectEnd(int signal) {
+        ASSERT_TRUE(program_.WaitFor(30000));
+        EXPECT_EQ(program_.EndSignal(), signal) << program_.ExitCode() << terminal_.Shown();
+        EXPECT_TRUE(terminal_.Echoes()) << signal;
+    }
+
+    TempFolder folder_;
+    Terminal terminal_;
+    Process program_;
+};
+
+// The terminal was left without echo.
+TEST_F(Question, CtrlCEndsOrvctlAndBringsTheEchoBack) {
+    Ask({kCtl, "--port", "1", "--user", "x", "feed", "list"});
+    terminal_.Type("half\x03");
+    ExpectEnd(SIGINT);
+    EXPECT_EQ(Count("half"), 0u);
+}
+
+// It keeps its stop signals for the service, which does not run then, and could not be stopped at all.
+TEST_F(Question, OrvConfigCanBeStoppedToo) {
+    const std::vector<std::string> command = {kConfig,  "user",  "add",        "x",
+                                              "--role", "admin", "--database", folder_ / "config.db"};
+    Ask(command);
+    terminal_.Type("\x03");
+    ExpectEnd(SIGINT);
+}
+
+TEST_F(Question, WhoeverEndsItBringsTheEchoBack) {
+    for (const int signal : {SIGTERM, SIGHUP}) {
+        Terminal terminal;
+        Process program =
+            terminal.Start({kConfig, "user", "add", "x", "--role", "admin", "--database", folder_ / "config.db"});
+        ASSERT_TRUE(Eventually([&] { return !terminal.Echoes(); }, 30000)) << terminal.Shown();
+        program.Signal(signal);
+        ASSERT_TRUE(program.WaitFor(30000));
+        EXPECT_EQ(program.EndSignal(), signal) << terminal.Shown();
+        EXPECT_TRUE(terminal.Echoes()) << signal;
+    }
+}
+
+TEST_F(Question, OneThatWasSuspendedAsksAgain) {
+    // A shell that goes on when the program is suspended, and fetches it back.
+    Ask({"/bin/sh", "-mc", "'" + kCtl + "' --port 1 --user x feed list; stty -a; fg"});
+    terminal_.Type("half\x1a");
+    ASSERT_TRUE(Eventually([&] { return Count("Password for ") == 2 && !terminal_.Echoes(); }, 30000))
+        << terminal_.Shown();
+    EXPECT_EQ(Count(" echo "), 1u) << "between them\n" << terminal_.Shown();
+    terminal_.Type("secret\n");
+    ASSERT_TRUE(program_.WaitFor(30000));
+    EXPECT_EQ(program_.ExitCode(), 3) << "nobody listens there";
+    EXPECT_EQ(Count("Nobody answers"), 1u) << terminal_.Shown();
+    EXPECT_EQ(Count("half") + Count("secret"), 0u);
+    EXPECT_TRUE(terminal_.Echoes());
+}
+
+}  // namespace
+}  // namespace OrvTest

@@ -4,12 +4,14 @@
 #include <atomic>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <set>
 
 #include "Platform/Files.h"
 #include "Platform/NewFile.h"
 #include "Platform/Path.h"
 #include "Platform/ServiceControl.h"
+#include "Platform/Sync.h"
 #include "Platform/Terminal.h"
 #include "Platform/Thread.h"
 #include "Tools/orvctl/Converter.h"
@@ -71,6 +73,37 @@ void MakeFolder(const std::string& folder, bool ofFeed) {
     throw ToolError(ExitCode::Refused, "The folder " + folder + " cannot be made: " + Platform::SystemErrorText(error) +
                                            "; run this as root, or as who owns the folder above it");
 }
+
+// The stop of an import by a signal. As long as nothing was made it ends the process at once, whatever the connection
+// waits for; from then on it is only noted.
+class ImportStop {
+public:
+    explicit ImportStop(bool json) : json_(json), onSignal_([this] { Stop(); }) {}
+
+    // Does not come back when there was a stop.
+    void BeginMaking() {
+        const Platform::LockGuard guard(mutex_);
+        making_ = true;
+    }
+    const std::atomic<bool>& Noted() const { return noted_; }
+
+private:
+    void Stop() {
+        const Platform::LockGuard guard(mutex_);
+        if (!making_) {
+            TellError("Stopped; no file was converted", ExitCode::FileRefused, json_);
+            std::fflush(stdout);
+            std::_Exit(static_cast<int>(ExitCode::FileRefused));
+        }
+        noted_.store(true, std::memory_order_relaxed);
+    }
+
+    const bool json_;
+    Platform::Mutex mutex_;
+    bool making_ ORV_GUARDED_BY(mutex_) = false;
+    std::atomic<bool> noted_{false};
+    const Platform::ForegroundStop onSignal_;  // the last one, since it calls Stop() until it is gone
+};
 
 class Importer {
 public:
@@ -242,21 +275,19 @@ void ImportFiles(const CommandContext& context, const ImportOptions& options) {
     if (!options.announcement.empty() && options.files.size() != 1) {
         throw ToolError(ExitCode::BadCommandLine, "An announcement has one file");
     }
+    ConvertSettings settings{FindConverter(), std::nullopt, options.memoryLimit, options.timeLimit};
+    if (!options.keepLoudness) settings.lufs = options.lufs;
     // May ask for a password, and a stop signal ends that at once.
     const Target service = FindTarget(context.options);
     // Before the connection starts threads, on which a stop signal would end the process with a file half made.
     Platform::PrepareProcess();
-    std::atomic<bool> stop{false};
-    const Platform::ForegroundStop onSignal([&stop] { stop.store(true, std::memory_order_relaxed); });
-
-    ConvertSettings settings{FindConverter(), std::nullopt, options.memoryLimit, options.timeLimit};
-    if (!options.keepLoudness) settings.lufs = options.lufs;
+    ImportStop stop(context.options.json);
     bool preloads = false;
     ImportTarget target = FindTargetFolder(context, service, options, preloads);
-    if (stop.load(std::memory_order_relaxed)) throw ToolError(ExitCode::FileRefused, "Stopped; no file was converted");
+    stop.BeginMaking();
     MakeFolder(target.folder, !options.feed.empty());
 
-    Importer importer(target, options, settings, stop);
+    Importer importer(target, options, settings, stop.Noted());
     std::vector<Imported> outcomes;
     {
         const ProgressBar bar(options.files.size(), !context.options.json);

@@ -2,27 +2,9 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 
-#include "Platform/ServiceControl.h"
 #include "Tools/orvctl/CommandLine.h"
 #include "Tools/orvctl/ToolError.h"
 #include "VX/GrpcLink.h"
-
-namespace {
-
-void TellError(const std::string& text, Orv::ExitCode code, bool json) {
-    std::string line;
-    for (std::size_t begin = 0; begin <= text.size();) {
-        const std::size_t end = std::min(text.find('\n', begin), text.size());
-        line += "orvctl: " + text.substr(begin, end - begin) + "\n";
-        begin = end + 1;
-    }
-    std::fputs(line.c_str(), stderr);
-    if (!json) return;
-    const Orv::Json error = {{"error", Orv::TextToJson(text)}, {"exitcode", static_cast<int>(code)}};
-    std::puts(error.dump(2).c_str());
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
     Orv::CommandContext context;
@@ -54,10 +36,10 @@ int main(int argc, char** argv) {
         line.Run();
         return line.ExitCodeOfRun();
     } catch (const Orv::ToolError& error) {
-        TellError(error.what(), error.Code(), context.options.json);
+        Orv::TellError(error.what(), error.Code(), context.options.json);
         return static_cast<int>(error.Code());
     } catch (const std::exception& error) {
-        TellError(error.what(), Orv::ExitCode::Refused, context.options.json);
+        Orv::TellError(error.what(), Orv::ExitCode::Refused, context.options.json);
         return static_cast<int>(Orv::ExitCode::Refused);
     }
 }

@@ -16,7 +16,7 @@ enum class ExitCode : int {
     NotAllowed = 6,      // the user's role does not allow it
     ConnectionLost = 7,  // in the middle; a change may have been made
     ServiceFailed = 8,   // the service could not write; nothing was changed
-    FileRefused = 9,     // a sound file could not be imported
+    FileRefused = 9,     // a sound file could not be imported, or the import was stopped
 };
 
 // Ends the command with its code and the text on standard error.
@@ -28,5 +28,8 @@ public:
 private:
     ExitCode code_;
 };
+
+// Each line of the text on standard error, and an object of both on standard output when JSON is wanted.
+void TellError(const std::string& text, ExitCode code, bool json);
 
 }  // namespace Orv

@@ -1,5 +1,9 @@
 // Goal: what people have becomes what a feed plays, and each refusal tells why. Method: files made by outside tools are
 // imported by the real programs, and the results measured by outside tools again.
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+
 #include <cmath>
 #include <nlohmann/json.hpp>
 
@@ -59,6 +63,18 @@ protected:
         EXPECT_TRUE(std::regex_search(summary, loudness, std::regex("I: +(-?[0-9.]+) LUFS"))) << result.error;
         EXPECT_TRUE(std::regex_search(summary, peak, std::regex("Peak: +(-?[0-9.]+) dBFS"))) << result.error;
         return {std::stod(loudness[1]), std::stod(peak[1])};
+    }
+    // A port on which connections are taken, and its socket.
+    static std::pair<int, int> ListenAndSayNothing() {
+        const int listening = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        EXPECT_EQ(::bind(listening, reinterpret_cast<sockaddr*>(&address), size), 0);
+        EXPECT_EQ(::listen(listening, 8), 0);
+        EXPECT_EQ(::getsockname(listening, reinterpret_cast<sockaddr*>(&address), &size), 0);
+        return {ntohs(address.sin_port), listening};
     }
     std::vector<std::string> Folder() const {
         std::vector<std::string> names;
@@ -182,6 +198,34 @@ TEST_F(Import, CtrlCEndsItAndLeavesNothingBehind) {
     EXPECT_EQ(importing.ExitCode(), 9);
     EXPECT_NE(ReadFileText(options.outputFile).find("was not converted: stopped"), std::string::npos);
     EXPECT_EQ(Folder(), std::vector<std::string>{});
+}
+
+// It was told nine seconds later, as a service that does not answer.
+TEST_F(Import, CtrlCEndsItAtOnceWhileNobodyAnswers) {
+    WriteFileText(folder_ / "password", "secret\n");
+    for (const bool json : {false, true}) {
+        const auto [port, listening] = ListenAndSayNothing();
+        ProcessOptions options;
+        options.command = {OrvctlProgram,        "--port", std::to_string(port), "--user", "root", "--password-file",
+                           folder_ / "password", "import", folder_ / "none.wav", "--feed", "hold"};
+        if (json) options.command.push_back("--json");
+        options.outputFile = folder_ / ("said" + std::to_string(json));
+        options.errorFile = folder_ / ("told" + std::to_string(json));
+        Process importing(options);
+        pollfd asked{listening, POLLIN, 0};
+        ASSERT_EQ(::poll(&asked, 1, 20000), 1);
+        const int connection = ::accept(listening, nullptr, nullptr);
+        importing.Signal(SIGINT);
+        ASSERT_TRUE(importing.WaitFor(20000));
+        EXPECT_EQ(importing.ExitCode(), 9);
+        EXPECT_EQ(ReadFileText(options.errorFile), "orvctl: Stopped; no file was converted\n");
+        const nlohmann::json object = {{"error", "Stopped; no file was converted"}, {"exitcode", 9}};
+        const std::string said = ReadFileText(options.outputFile);
+        EXPECT_TRUE(json ? nlohmann::json::parse(said, nullptr, false) == object : said.empty()) << said;
+        ::close(connection);
+        ::close(listening);
+    }
+    EXPECT_FALSE(fs::exists(root_ + "/Playlist"));
 }
 
 TEST_F(Import, AFullDiskIsToldAndNothingIsLeftBehind) {

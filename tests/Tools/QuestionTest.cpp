@@ -43,6 +43,23 @@ TEST_F(Question, CtrlCEndsOrvctlAndBringsTheEchoBack) {
     EXPECT_EQ(Count("half"), 0u);
 }
 
+// Only from the question on, an import keeps its stop signals for itself.
+TEST_F(Question, AnImportCanBeStoppedThere) {
+    Ask({kCtl, "--port", "1", "--user", "x", "import", "song.mp3", "--feed", "hold"});
+    terminal_.Type("\x03");
+    ExpectEnd(SIGINT);
+}
+
+TEST_F(Question, AnImportWithoutItsConverterAsksNothing) {
+    std::filesystem::copy_file(kCtl, folder_ / "orvctl");
+    program_ =
+        terminal_.Start({folder_ / "orvctl", "--port", "1", "--user", "x", "import", "song.mp3", "--feed", "hold"});
+    ASSERT_TRUE(Eventually([&] { return !program_.Running() || Count("Password for ") != 0; }, 30000));
+    ASSERT_FALSE(program_.Running()) << terminal_.Shown();
+    EXPECT_EQ(program_.ExitCode(), 2);
+    EXPECT_EQ(Count("orv-convert is neither in"), 1u) << terminal_.Shown();
+}
+
 // It keeps its stop signals for the service, which does not run then, and could not be stopped at all.
 TEST_F(Question, OrvConfigCanBeStoppedToo) {
     const std::vector<std::string> command = {kConfig,  "user",  "add",        "x",

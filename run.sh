@@ -41,7 +41,11 @@ mkdir -p build run
 # The programs that it starts hold the lock too, so that none is left when another begins.
 exec 9>run/lock
 if ! flock -n 9; then
-    echo "Another ./run.sh plays from this folder already, or has left its programs behind: end it with Ctrl-C, or what \`fuser run/lock\` names" >&2
+    echo "Another ./run.sh plays from this folder already, or has left its programs behind: end it with Ctrl-C" >&2
+    exec 9>&-
+    holders=$(find /proc/[0-9]*/fd -maxdepth 1 -printf ':%l %h\n' 2>/dev/null | grep -F ":$(pwd -P)/run/lock /proc/" |
+        sed 's|.*/proc/\([0-9]*\)/fd$|\1|' | sort -un | tr '\n' ' ') || true
+    [ -z "$holders" ] || echo "Its processes: $holders" >&2
     exit 1
 fi
 [ -x build/release/bin/orv-audio-feed ] || echo "Building (the first time takes some minutes) ..."

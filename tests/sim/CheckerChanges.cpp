@@ -107,7 +107,8 @@ void Checker::BeforeTimePasses() {
     if (changing_ && world_.exact && IsChangeMade()) TakeChangeAsMade();
 }
 
-// No thread of an exact world waits for time in the middle of a change, but for the end of a feed.
+// No thread of an exact world waits for time in the middle of a change, but for the end of a feed: somebody else plays
+// each live source all the time, so that no change waits for the end of one (docs/reliability.md).
 bool Checker::IsChangeMade() const {
     if (!builds_.empty() || !managerLines_.empty()) return false;
     return std::none_of(leaving_.begin(), leaving_.end(), [this](u32 serial) { return feeds_.count(serial) != 0; });

@@ -8,7 +8,7 @@ namespace {
 constexpr char kExitCodes[] =
     "Exit codes: 0 done, 1 refused by the service, 2 bad command line, settings or file, 3 nobody answers, 4 wrong\n"
     "credentials, 5 not found, 6 not allowed for this user, 7 connection lost before the answer, 8 the service could\n"
-    "not write, 9 a sound file was refused.";
+    "not write, 9 a sound file was refused, or the import was stopped.";
 
 std::string Article(const TableWords& words) {
     return std::string(words.noun[0] == 'a' ? "an " : "a ") + words.noun;

@@ -79,7 +79,7 @@ void CheckPort(const CommonSettings& settings, std::vector<std::string>& slips) 
     if (section == nullptr) return;
     const SettingsValue& port = section->FindValue("confport");
     const std::string text = port.AsString();
-    const bool isHexadecimal = text.rfind("0x", 0) == 0;
+    const bool isHexadecimal = text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0;
     const char* const digits = isHexadecimal ? "0123456789abcdefABCDEF" : "0123456789";
     const bool plain = text.find_first_not_of(digits, isHexadecimal ? 2 : 0) == std::string::npos;
     if (plain || port.AsInteger() == 0) return;

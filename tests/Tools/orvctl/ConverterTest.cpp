@@ -99,6 +99,7 @@ TEST_F(ConvertFileTest, AProgramThatGoesOnWithoutItsOutputIsGivenUpInTimeToo) {
 TEST_F(ConvertFileTest, AStopEndsTheProgram) {
     stopAtProgress_ = true;
     EXPECT_EQ(Convert("echo '{\"progress\":0.5}'; exec sleep 1000").refusal, "was not converted: stopped");
+    ASSERT_NE(OrvTest::ReadFileText(Number()), "");
     EXPECT_FALSE(ProgramRuns());
 }
 

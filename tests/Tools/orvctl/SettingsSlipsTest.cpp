@@ -48,6 +48,7 @@ TEST(SettingsSlips, APortThatIsReadInPartIsTold) {
     EXPECT_THAT(SlipsIn("[ConfService]\nConfPort=0x15zz\n"),
                 ElementsAre("ConfPort under [ConfService] is \"0x15zz\", which is read as 21"));
     EXPECT_THAT(SlipsIn("[ConfService]\nConfPort=0x156d\n"), IsEmpty());
+    EXPECT_THAT(SlipsIn("[ConfService]\nConfPort=0X156D\n"), IsEmpty());
 }
 
 TEST(SettingsSlips, OtherKeysAndSectionsAreOtherPrograms) {

@@ -272,7 +272,7 @@ void Listeners::ReadPaced() {
         if ((client.nextRead > now && !hurried_) || !Receive(client, kBlockBytes - client.bytes % kBlockBytes))
             continue;
         if (client.bytes % kBlockBytes == 0) {
-            client.nextRead = (client.nextRead != 0 ? client.nextRead + kBlockTime : now + kPacedDelay);
+            client.nextRead = client.nextRead != 0 ? client.nextRead + kBlockTime : client.firstBlockAt + kPacedDelay;
         }
     }
 }

@@ -14,7 +14,7 @@ constexpr u32 kRestMilliseconds = 2;
 
 void ChangePace::Begin() noexcept {
     const u64 now = Platform::SteadyMilliseconds();
-    // Unsigned: an end that lies ahead, of another thread or of another simulated world, is a gap like any other.
+    // Unsigned: an end that lies ahead, of another thread, is a gap like any other.
     if (now - end_.load(std::memory_order_relaxed) >= kRestMilliseconds) begin_.store(now, std::memory_order_relaxed);
 }
 
@@ -26,6 +26,11 @@ void ChangePace::End() {
         begin_.store(now, std::memory_order_relaxed);
     }
     end_.store(now, std::memory_order_relaxed);
+}
+
+void ChangePace::Reset() noexcept {
+    begin_.store(0, std::memory_order_relaxed);
+    end_.store(0, std::memory_order_relaxed);
 }
 
 }  // namespace Orv

@@ -15,6 +15,8 @@ public:
     // Around each change. End() may sleep for 2 ms: no lock is held and no turn.
     void Begin() noexcept;
     void End();
+    // Nothing was before, as in a new process. While no change is made.
+    void Reset() noexcept;
 
 private:
     // Steady milliseconds: of the first change since the last rest or gap, and of the end of the last one. Threads that

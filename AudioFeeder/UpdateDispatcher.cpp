@@ -27,6 +27,11 @@ std::map<std::string, i32>& TableIds() {
     return *tableIds;
 }
 
+ChangePace& ThePace() {
+    static ChangePace pace;
+    return pace;
+}
+
 void OnFeed(bool deleted, const FeedRow& newRow, const FeedRow& oldRow) {
     if (!deleted) {
         IPipeManager::Instance()->UpdateFeed(newRow, oldRow);
@@ -78,11 +83,12 @@ void FillTableIds() {
                   {Tables::ANNOUNCEMENT, Announcement},
                   {Tables::PARAMETER, Parameter},
                   {ConfigServerTable, ConfigServer}};
+    ThePace().Reset();
 }
 
 void OnConfigUpdate(const char* table, const char* kind, u32, VX::ParamListHolder* newRow,
                     VX::ParamListHolder* oldRow) {
-    static ChangePace pace;
+    ChangePace& pace = ThePace();
     bool isRow = false;  // not the service's own start and end
     try {
         const auto known = TableIds().find(table);

@@ -9,7 +9,8 @@ namespace Orv {
 // No table of the Configuration service: the name under which the host itself speaks to the dispatcher.
 inline constexpr char ConfigServerTable[] = "CFGSERVER";
 
-// Fills the table of known names. Before the first call of OnConfigUpdate().
+// Fills the table of known names and forgets what changes were made before: one process plays many simulated services.
+// Before the first call of OnConfigUpdate().
 void FillTableIds();
 
 // Turns one change into one call on the pipe manager or on the log. Called on the library's thread for every row change

@@ -7,6 +7,7 @@
 #include "AudioFeeder/PipeManager.h"
 #include "AudioFeeder/RequestFlags.h"
 #include "AudioFeeder/SharedValues.h"
+#include "Platform/Clock.h"
 #include "ServiceProcess/Log.h"
 #include "ServiceProcess/LogAdapters.h"
 #include "tests/AudioFeeder/CountingAllocator.h"
@@ -69,6 +70,25 @@ TEST_F(DispatcherTest, AnUpdatedFeedGivesBothRowsToTheManager) {
         EXPECT_TRUE(world_.Pipes().IsServed("q"));
         Change("AUDIOFEED", "Updated", Feed({{"pipename", "q"}, {"maxvolume", 5}}), Feed({{"pipename", "q"}}));
         EXPECT_EQ(world_.CountLog("]:Destroyed"), 1U) << "the second change is a soft one";
+    });
+}
+
+// In a simulated world the rest of a change depended on what the world before it in the same process had changed.
+TEST_F(DispatcherTest, ChangesOfAnEarlierServiceAskForNoRest) {
+    world_.Run([&] {
+        const auto lastOfThree = [](const std::function<void()>& beforeIt) {
+            Sleep(10);
+            for (int i = 0; i < 2; ++i) {
+                Parameter("COLOUR", "blue");
+                Sleep(1);
+            }
+            beforeIt();
+            const u64 begin = Platform::SteadyMilliseconds();
+            Parameter("COLOUR", "red");
+            return Platform::SteadyMilliseconds() - begin;
+        };
+        EXPECT_EQ(lastOfThree([] {}), 2U) << "the rest behind 2 ms of changes";
+        EXPECT_EQ(lastOfThree([] { Orv::FillTableIds(); }), 0U);
     });
 }
 

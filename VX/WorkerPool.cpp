@@ -3,6 +3,7 @@
 namespace VX {
 
 WorkerPool::WorkerPool(const char* name, u32 threads, u64 maxWaiting) : maxWaiting_(maxWaiting) {
+    idle_.reserve(threads);  // a worker that rests allocates nothing
     try {
         for (u32 i = 0; i < threads; i++) {
             Worker& worker = workers_.emplace_back();

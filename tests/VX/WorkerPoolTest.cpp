@@ -5,6 +5,7 @@
 #include <atomic>
 #include <vector>
 
+#include "Platform/Thread.h"
 #include "tests/support/Process.h"
 
 namespace VX {
@@ -14,7 +15,7 @@ using OrvTest::Eventually;
 
 // As many threads as those that check logins, which come one at a time: one that nobody is woken for would wait until
 // its client gives up.
-TEST(WorkerPoolTest, ATaskIsDoneHoweverManyThreadsRest) {
+TEST(WorkerPoolTest, ATaskIsDoneWhileAllOtherThreadsRest) {
     WorkerPool pool("works", 56, 64);
     std::atomic<u32> done{0};
     for (u32 i = 1; i <= 20'000; ++i) {
@@ -23,6 +24,28 @@ TEST(WorkerPoolTest, ATaskIsDoneHoweverManyThreadsRest) {
         for (u32 look = 0; look < 100'000 && !isDone(); ++look) {
         }
         ASSERT_TRUE(isDone() || Eventually(isDone)) << i;
+    }
+}
+
+// One thread that is not woken for its task lets all the others wait for it.
+TEST(WorkerPoolTest, AsManyTasksAsThereAreThreadsRunAtOnceThoughAllHaveRested) {
+    constexpr u32 kThreads = 56;
+    WorkerPool pool("works", kThreads, kThreads);
+    for (u32 round = 0; round < 50; ++round) {
+        std::atomic<u32> begun{0};
+        std::atomic<u32> ended{0};
+        std::atomic<bool> givenUp{false};  // by one, so by all
+        const auto meet = [&] {
+            begun.fetch_add(1, std::memory_order_release);
+            const auto over = [&] {
+                return givenUp.load(std::memory_order_relaxed) || begun.load(std::memory_order_acquire) == kThreads;
+            };
+            if (!Eventually(over, 20'000)) givenUp.store(true, std::memory_order_relaxed);
+            ended.fetch_add(1, std::memory_order_release);
+        };
+        for (u32 i = 0; i < kThreads; ++i) EXPECT_TRUE(pool.TryPost(meet));
+        while (ended.load(std::memory_order_acquire) != kThreads) Platform::SleepMilliseconds(1);
+        ASSERT_FALSE(givenUp.load(std::memory_order_relaxed)) << round;
     }
 }
 

@@ -24,9 +24,9 @@ struct ImportOptions {
     u32 timeLimit = 300;     // seconds of processor time for a file
 };
 
-// Throws ToolError, with FileRefused when at least one file was refused; the others are in place then. From the first one
-// on a stop signal counts as a refusal of what is not done yet; one before ends the process, once the password is known
-// with FileRefused.
+// Throws ToolError, with FileRefused when at least one file was refused; the others are in place then. A stop signal
+// counts as a refusal of what is not done yet; one that comes before the first file ends the process, with FileRefused
+// once the password is known.
 void ImportFiles(const CommandContext& context, const ImportOptions& options);
 
 }  // namespace Orv

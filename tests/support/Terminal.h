@@ -31,9 +31,10 @@ public:
     Terminal(const Terminal&) = delete;
     Terminal& operator=(const Terminal&) = delete;
 
-    // Starts a program that has all three streams on this terminal and is its session's leader.
+    // Starts a program that has all three streams on this terminal and is its session's leader. It ignores no signal,
+    // whatever the test ignores: a shell lets what it starts in the background ignore Ctrl-C.
     Process Start(std::vector<std::string> command) const {
-        command.insert(command.begin(), {"/usr/bin/setsid", "--ctty"});
+        command.insert(command.begin(), {"/usr/bin/env", "--default-signal", "/usr/bin/setsid", "--ctty"});
         ProcessOptions options;
         options.command = std::move(command);
         options.inputFile = options.outputFile = options.errorFile = path_;

@@ -29,7 +29,7 @@ fail_each() {
     build/dev/tests/VX/VXGrpcFailingAllocationTest
 }
 
-part "A simulated day of ten feeds" build/dev/bin/orv-sim --seed 1 --feeds 10 --hours 24
+part "A simulated day of ten feeds, within two minutes" timeout 120 build/dev/bin/orv-sim --seed 1 --feeds 10 --hours 24
 part "10,000 simulated runs of five minutes with five feeds" simulate_many
 part "Each operation of the platform and each allocation fails once" fail_each
 part "Real faults, tried harder" ctest --test-dir build/dev --output-on-failure --no-tests=error -R '^Faults'

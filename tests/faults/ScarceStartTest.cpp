@@ -1,9 +1,10 @@
 // Goal: a service that is started where threads or descriptors are scarce ends with a message, or runs with what it
 // has and tries again; it obeys a stop in every case, and never breaks off. The Configuration service says what to do.
-// Method: starts under one limit after another, from none to enough.
+// Method: starts under one limit after another, from none to enough; what became of each is printed.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <filesystem>
 
 #include "tests/e2e/Exchange.h"
@@ -60,7 +61,8 @@ protected:
     bool Logged(const std::string& part) const { return !exchange_.LogTexts(part).empty(); }
 
     // One start, until it is clear what becomes of it, and its stop.
-    void StartAndStop(const std::vector<std::string>& command) {
+    void StartAndStop(const std::string& limit, int value, const std::vector<std::string>& command) {
+        SCOPED_TRACE(limit + " " + std::to_string(value));
         ProcessOptions options;
         options.command = command;
         options.errorFile = exchange_.Folder() / "scarce.err";
@@ -72,6 +74,7 @@ protected:
                        Logged("]:Started") || Logged("]:Cannot start thread");
             },
             30000));
+        const bool ended = !process.Running();
         const int code = process.Stop(20000);
         const std::string said = ReadFileText(options.errorFile);
         EXPECT_TRUE(code == 0 || code == 253) << "code " << code << ", signal " << process.EndSignal() << "\n" << said;
@@ -82,8 +85,15 @@ protected:
                         said.ends_with("Cannot start thread for the events of the Configuration service\n"))
                 << said;
         }
-        unconnected_ += Logged("Can't connect to Configuration service on ") ? 1 : 0;
-        playing_ += Logged("Channel music as one[1]:Started") ? 1 : 0;
+        const bool unconnected = Logged("Can't connect to Configuration service on ");
+        const bool playing = Logged("Channel music as one[1]:Started");
+        unconnected_ += unconnected ? 1 : 0;
+        playing_ += playing ? 1 : 0;
+        std::printf("%s %d: %s\n", limit.c_str(), value,
+                    playing       ? "plays"
+                    : unconnected ? "tries to connect"
+                    : ended       ? ("ends with " + std::to_string(code)).c_str()
+                                  : "has no thread for its feed");
     }
 
     Exchange exchange_;
@@ -96,9 +106,8 @@ TEST_F(ScarceStart, WithFewThreadsEndsOrTriesAgainAndObeysAStop) {
     if (::geteuid() != 0) GTEST_SKIP() << "threads are counted per user, and only root can be another one";
     const uid_t user = UserOfItsOwn();
     for (int threads = 1; threads <= 24; threads += Effort(3, 1)) {
-        SCOPED_TRACE(threads);
         MakeFolders(user);
-        StartAndStop(Limited("nproc", threads, AsUser(user, Service())));
+        StartAndStop("nproc", threads, Limited("nproc", threads, AsUser(user, Service())));
     }
     EXPECT_GE(ended_, 1);
     EXPECT_GE(unconnected_, 1);
@@ -107,9 +116,8 @@ TEST_F(ScarceStart, WithFewThreadsEndsOrTriesAgainAndObeysAStop) {
 
 TEST_F(ScarceStart, WithFewDescriptorsEndsOrTriesAgainAndObeysAStop) {
     for (int descriptors = 4; descriptors <= 24; descriptors += Effort(2, 1)) {
-        SCOPED_TRACE(descriptors);
         MakeFolders();
-        StartAndStop(exchange_.Unprivileged(Limited("nofile", descriptors, Service())));
+        StartAndStop("nofile", descriptors, exchange_.Unprivileged(Limited("nofile", descriptors, Service())));
     }
     EXPECT_GE(unconnected_, 1);
     EXPECT_GE(playing_, 1);
@@ -140,6 +148,7 @@ protected:
         EXPECT_EQ(code, serves() ? 0 : 1) << "signal " << process.EndSignal() << "\n" << said;
         EXPECT_TRUE(serves() || said.ends_with("orv-config cannot start: " + advice + "\n")) << said;
         ++(serves() ? served_ : refused_);
+        std::printf("orv-config, %s %d: %s\n", limit.c_str(), value, serves() ? "serves" : "says what to do");
     }
 
     Exchange exchange_;

@@ -17,9 +17,9 @@ u32 TerminalHeight();
 // Whether the stream is a terminal that is to be coloured: not one that TERM names "dumb" or not at all, and
 // not with NO_COLOR in the environment.
 bool ShowsColours(StandardStream stream);
-// Asks on the terminal and reads one line without echo. False when there is no terminal or no line. A signal that ends
-// or suspends the process does so when the echo is back; it may come to any thread, and PrepareProcess() keeps none
-// from here. One call at a time.
+// Asks on the terminal and reads one line without echo. Blocks. False when there is no terminal or no line. A request
+// to end or suspend the process (Ctrl-C, Ctrl-\, Ctrl-Z, a hang-up, SIGTERM) does so when the echo is back; it may come
+// to any thread, and PrepareProcess() keeps none from here. One call at a time.
 bool ReadPassword(const std::string& prompt, std::string& password);
 
 }  // namespace Platform

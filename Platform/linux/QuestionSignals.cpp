@@ -24,14 +24,18 @@ extern "C" void NoteSignal(int number) {
     errno = errorBefore;
 }
 
+void ForgetWakes() {
+    std::uint64_t count;
+    (void)!::read(wakes.load(std::memory_order_relaxed), &count, sizeof count);
+}
+
 }  // namespace
 
 QuestionSignals::QuestionSignals() {
     if (wakes.load(std::memory_order_relaxed) < 0) {
         wakes.store(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC), std::memory_order_relaxed);
     }
-    std::uint64_t old;
-    (void)!::read(wakes.load(std::memory_order_relaxed), &old, sizeof old);
+    ForgetWakes();
     noted.store(0, std::memory_order_relaxed);
 
     struct sigaction note {};
@@ -58,14 +62,26 @@ QuestionSignals::~QuestionSignals() {
     ::pthread_sigmask(SIG_SETMASK, &maskBefore_, nullptr);
 }
 
-bool QuestionSignals::WaitFor(int fd) const {
-    for (;;) {
-        pollfd either[] = {{fd, POLLIN, 0}, {wakes.load(std::memory_order_relaxed), POLLIN, 0}};
-        const int count = ::poll(either, 2, -1);
-        if (AreNoted()) return false;
-        if (count > 0) return true;
-        if (errno != EINTR) return false;
+bool QuestionSignals::WaitToRead(int fd) const {
+    return WaitFor(fd, POLLIN);
+}
+
+bool QuestionSignals::WaitToWrite(int fd) const {
+    return WaitFor(fd, POLLOUT);
+}
+
+bool QuestionSignals::WaitFor(int fd, short events) const {
+    while (!AreNoted()) {
+        pollfd either[] = {{fd, events, 0}, {wakes.load(std::memory_order_relaxed), POLLIN, 0}};
+        if (::poll(either, 2, -1) < 0) {
+            if (errno != EINTR) return false;
+        } else if (either[1].revents != 0) {
+            ForgetWakes();  // of the question before, unless a signal is noted: it is noted first
+        } else if (either[0].revents != 0) {
+            return true;
+        }
     }
+    return false;
 }
 
 bool QuestionSignals::AreNoted() const {

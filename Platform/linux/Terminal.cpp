@@ -5,6 +5,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 
 #include "Platform/linux/Descriptor.h"
@@ -38,12 +39,16 @@ winsize TerminalSize() {
     return {kUsualRows, 80, 0, 0};
 }
 
-void WriteAll(int fd, const std::string& text) {
+// Only as far as there is room when a signal has come: the terminal may have been halted.
+void WriteAll(int fd, const QuestionSignals& signals, const std::string& text) {
     std::size_t done = 0;
     while (done < text.size()) {
         const ssize_t count = ::write(fd, text.data() + done, text.size() - done);
-        if (count <= 0) return;
-        done += static_cast<std::size_t>(count);
+        if (count > 0) {
+            done += static_cast<std::size_t>(count);
+        } else if (count == 0 || (errno != EAGAIN && errno != EINTR) || !signals.WaitToWrite(fd)) {
+            return;
+        }
     }
 }
 
@@ -72,10 +77,15 @@ private:
 
 // False when the line has no end, or a signal has come before it.
 bool ReadLine(int fd, const QuestionSignals& signals, std::string& line) {
-    char c = 0;
-    while (signals.WaitFor(fd) && ::read(fd, &c, 1) == 1) {
-        if (c == '\n') return true;
-        line.push_back(c);
+    while (signals.WaitToRead(fd)) {
+        char c = 0;
+        const ssize_t count = ::read(fd, &c, 1);
+        if (count == 1) {
+            if (c == '\n') return true;
+            line.push_back(c);
+        } else if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
+            return false;
+        }
     }
     return false;
 }
@@ -101,18 +111,21 @@ bool ShowsColours(StandardStream stream) {
 }
 
 bool ReadPassword(const std::string& prompt, std::string& password) {
-    const Descriptor terminal(::open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
+    password.clear();
+    // No call but poll() waits: what was there to read may have gone to another reader, as the shell does when this
+    // process is in its background. It is a description of our own, so nobody else's reads change.
+    const Descriptor terminal(::open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
     if (!terminal.IsOpen()) return false;
     for (;;) {
-        password.clear();
         const QuestionSignals signals;
         const EchoOff silent(terminal.Get());
         if (!silent.IsTerminal()) return false;
-        WriteAll(terminal.Get(), prompt);
+        WriteAll(terminal.Get(), signals, prompt);
         const bool complete = ReadLine(terminal.Get(), signals, password);
-        WriteAll(terminal.Get(), "\n");
+        WriteAll(terminal.Get(), signals, "\n");
         // Who comes back from a signal, as after a suspension, is asked again.
         if (complete || !signals.AreNoted()) return complete;
+        password.clear();
     }
 }
 

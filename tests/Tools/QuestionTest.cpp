@@ -1,6 +1,7 @@
 // Goal: a program that asks for a password can be stopped there, and leaves the terminal as it was. Method: the real
 // programs on terminals of their own, on which is typed.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "tests/support/Terminal.h"
 
@@ -94,6 +95,30 @@ TEST_F(Question, OneThatWasSuspendedAsksAgain) {
     EXPECT_EQ(program_.ExitCode(), 3) << "nobody listens there";
     EXPECT_EQ(Count("Nobody answers"), 1u) << terminal_.Shown();
     EXPECT_EQ(Count("half") + Count("secret"), 0u);
+    EXPECT_TRUE(terminal_.Echoes());
+}
+
+// It waited for a line that the shell had read in the meantime, and Ctrl-C did nothing.
+TEST_F(Question, OneWhoseLineWentToTheShellStillObeysCtrlC) {
+    const std::string go = folder_ / "go";
+    ASSERT_EQ(::mkfifo(go.c_str(), 0600), 0);
+    Ask({"/bin/sh", "-mc",
+         "/bin/sh -c 'echo $$ >\"$1\"; exec \"$2\" --port 1 --user x feed list' - '" + folder_ / "pid' '" + kCtl +
+             "'; bg; read go <'" + go + "'; read line; echo shell:$line; fg"});
+    const pid_t asking = std::stoi(ReadFileText(folder_ / "pid"));
+    const auto isStopped = [&] {
+        return ReadFileText("/proc/" + std::to_string(asking) + "/status").find("State:\tT") != std::string::npos;
+    };
+    ASSERT_EQ(::kill(asking, SIGSTOP), 0);
+    // In the background it may wait on, and is stopped as soon as it reads.
+    ASSERT_TRUE(Eventually([&] { return Count("[1]") != 0 && !isStopped(); }, 30000)) << terminal_.Shown();
+    terminal_.Type("line\n");
+    ASSERT_TRUE(Eventually(isStopped, 30000)) << terminal_.Shown();
+    WriteFileText(go, "\n");
+    ASSERT_TRUE(Eventually([&] { return Count("shell:line") == 1 && !isStopped(); }, 30000)) << terminal_.Shown();
+    terminal_.Type("\x03");
+    ASSERT_TRUE(Eventually([&] { return ::kill(asking, 0) != 0; }, 30000)) << terminal_.Shown();
+    EXPECT_TRUE(program_.WaitFor(30000));
     EXPECT_TRUE(terminal_.Echoes());
 }
 

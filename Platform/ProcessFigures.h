@@ -1,4 +1,4 @@
-// What the system counts about this process.
+// What the system counts about this process, and what it lets it have.
 #pragma once
 
 #include "Platform/Types.h"
@@ -16,5 +16,9 @@ struct ProcessFigures {
 
 // A figure that the system does not tell is 0. Reads the system's own files; any thread.
 ProcessFigures ReadProcessFigures();
+
+// Whether `count` more files, a few, could be open at one time. Opens and closes as many, so that meanwhile others may
+// lack them, and asks nothing else: it is right where the system's own files are not to be read. Any thread.
+bool CanOpenFiles(u32 count);
 
 }  // namespace Platform

@@ -3,7 +3,7 @@
 #include <grpc/support/cpu.h>
 
 #include <algorithm>
-#include <system_error>
+#include <exception>
 #include <vector>
 
 #include "Platform/ProcessFigures.h"
@@ -14,25 +14,24 @@ namespace VX {
 
 namespace {
 
-constexpr u64 kFiles = 8;    // with some to spare
+constexpr u32 kFiles = 8;    // with some to spare
 constexpr u32 kThreads = 8;  // beside one for each processor; it starts some of them only when they are needed
 constexpr u32 kMostMilliseconds = 60'000;
 
 }  // namespace
 
 bool HasRoomForFiles() {
-    const Platform::ProcessFigures figures = Platform::ReadProcessFigures();
-    // Where not even they can be counted, none can be opened.
-    return figures.openFiles != 0 && figures.openFiles + kFiles <= figures.openFilesLimit;
+    return Platform::CanOpenFiles(kFiles);
 }
 
 bool HasRoomForThreads() {
     const u32 count = kThreads + std::clamp(gpr_cpu_num_cores(), 2u, 16u);
     Platform::Event tried;
     std::vector<Platform::Thread> threads;
+    threads.reserve(count);
     try {
         while (threads.size() < count) threads.emplace_back("vx-room", [&tried] { tried.WaitFor(kMostMilliseconds); });
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) {
         // Told by their number.
     }
     tried.Set();

@@ -1,10 +1,13 @@
 #include "Platform/ProcessFigures.h"
 
 #include <dirent.h>
+#include <sys/eventfd.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdio>
+
+#include "Platform/linux/Descriptor.h"
 
 namespace Platform {
 namespace {
@@ -46,6 +49,13 @@ ProcessFigures ReadProcessFigures() {
     rlimit limit{};
     if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) figures.openFilesLimit = limit.rlim_cur;
     return figures;
+}
+
+// All of them are open where the last one is asked for.
+bool CanOpenFiles(u32 count) {
+    if (count == 0) return true;
+    const Descriptor one(::eventfd(0, EFD_CLOEXEC));
+    return one.IsOpen() && CanOpenFiles(count - 1);
 }
 
 }  // namespace Platform

@@ -39,4 +39,8 @@ ProcessFigures ReadProcessFigures() {
     return figures;
 }
 
+bool CanOpenFiles(u32) {
+    return true;
+}
+
 }  // namespace Platform

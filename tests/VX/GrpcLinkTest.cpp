@@ -1,14 +1,12 @@
 // Goal: a link over the network keeps the promises of VX/Link.h, whoever answers, or does not, and whatever it carries.
 // Method: a real server on a free port of this machine, with limits shortened where a test has to reach them.
 
-#include <sys/resource.h>
-
 #include <atomic>
 
-#include "Platform/ProcessFigures.h"
 #include "tests/VX/GrpcFixture.h"
 #include "tests/VX/TcpRelay.h"
 #include "tests/faults/RawServer.h"
+#include "tests/support/SpareFiles.h"
 
 using VX::GrpcOptions;
 using VX::ParamListHolder;
@@ -130,15 +128,12 @@ TEST_F(GrpcLinkTest, EachTryIsMadeOnlyWhereThereIsRoomForItsDescriptors) {
         return connector->Connect("127.0.0.1", port, credentials_, events, peer_, authFailed_);
     };
     ASSERT_NE(connect(server_->Port()), nullptr);
-    rlimit before{};
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-    rlimit few = before;
-    few.rlim_cur = Platform::ReadProcessFigures().openFiles + 7;
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
-    const u64 start = Platform::SteadyMilliseconds();
-    EXPECT_EQ(connect(silent.Port()), nullptr);
-    EXPECT_LT(Platform::SteadyMilliseconds() - start, 4'000u) << "nobody was asked";
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    {
+        const OrvTest::SpareFiles few(7);
+        const u64 start = Platform::SteadyMilliseconds();
+        EXPECT_EQ(connect(silent.Port()), nullptr);
+        EXPECT_LT(Platform::SteadyMilliseconds() - start, 4'000u) << "nobody was asked";
+    }
     EXPECT_NE(connect(server_->Port()), nullptr);
 }
 

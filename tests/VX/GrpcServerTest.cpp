@@ -1,15 +1,13 @@
 // Goal: no peer, however hostile, slow or broken, gets in without credentials or hurts the others. Method: clients
 // that speak the protocol by hand, and plain sockets.
 
-#include <sys/resource.h>
-
 #include <algorithm>
 #include <atomic>
 #include <system_error>
 
-#include "Platform/ProcessFigures.h"
 #include "tests/VX/GrpcFixture.h"
 #include "tests/VX/TcpRelay.h"
+#include "tests/support/SpareFiles.h"
 
 using VX::GrpcOptions;
 using VX::ParamListHolder;
@@ -370,14 +368,11 @@ TEST_F(GrpcServerTest, APortThatIsTakenIsRefusedWithAReason) {
 
 // gRPC ended the process.
 TEST_F(GrpcServerTest, WhereDescriptorsAreTooFewThereIsAnExceptionAndNoServer) {
-    rlimit before{};
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-    rlimit few = before;
-    few.rlim_cur = Platform::ReadProcessFigures().openFiles + 7;
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
-    std::string reason;
-    EXPECT_THROW(VX::CreateGrpcServer("127.0.0.1", 0, service_, reason), std::system_error);
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    {
+        const OrvTest::SpareFiles few(7);
+        std::string reason;
+        EXPECT_THROW(VX::CreateGrpcServer("127.0.0.1", 0, service_, reason), std::system_error);
+    }
     Listen();
     ExpectServed();
 }

@@ -9,10 +9,12 @@
 #include "Platform/NamedPipe.h"
 #include "Platform/ProcessFigures.h"
 #include "tests/support/Process.h"
+#include "tests/support/SpareFiles.h"
 
 namespace Platform {
 namespace {
 
+using OrvTest::SpareFiles;
 using OrvTest::TempFolder;
 using OrvTest::WriteFileText;
 
@@ -84,6 +86,28 @@ TEST(ProcessFigures, AreThoseOfThisProcess) {
     ASSERT_GE(descriptor, 0);
     EXPECT_EQ(ReadProcessFigures().openFiles, before.openFiles + 1);
     ::close(descriptor);
+}
+
+TEST(ProcessFigures, AFileMoreIsToBeHadUpToTheLimitAndEachOneIsGivenBack) {
+    const u64 open = ReadProcessFigures().openFiles;
+    {
+        const SpareFiles few(8);
+        EXPECT_TRUE(CanOpenFiles(8));
+        EXPECT_FALSE(CanOpenFiles(9));
+        EXPECT_TRUE(CanOpenFiles(8));
+    }
+    EXPECT_EQ(ReadProcessFigures().openFiles, open);
+}
+
+// They were counted in /proc, and where that is not mounted, as in a changed root, no limit was high enough.
+TEST(ProcessFiguresDeathTest, AFileMoreIsToBeHadWithoutTheSystemsOwnFiles) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root may change a process's root";
+    const TempFolder empty;
+    const auto inside = [&] {
+        if (::chroot(empty.Path().c_str()) != 0 || ::chdir("/") != 0) ::_exit(2);
+        ::_exit(ReadProcessFigures().openFiles == 0 && CanOpenFiles(8) ? 0 : 1);
+    };
+    EXPECT_EXIT(inside(), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

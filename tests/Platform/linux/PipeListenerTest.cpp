@@ -7,7 +7,6 @@
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -21,11 +20,13 @@
 #include "Platform/NamedPipe.h"
 #include "Platform/Thread.h"
 #include "tests/support/Process.h"
+#include "tests/support/SpareFiles.h"
 
 namespace Platform {
 namespace {
 
 using OrvTest::ReadFileText;
+using OrvTest::SpareFiles;
 using OrvTest::TempFolder;
 using OrvTest::WriteFileText;
 
@@ -237,16 +238,11 @@ TEST_F(PipeListenerTest, OnlyTheFileThatWasBoundIsRemoved) {
 // Taking a name needs three descriptors at once. With two the socket was bound, its file could not be looked at, and it
 // stayed behind for ever when its feed was removed before there was a third.
 TEST_F(PipeListenerTest, WithoutADescriptorANameIsNotTakenAndNothingIsLeftBehind) {
-    rlimit before{};
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-    for (rlim_t spare = 0; spare < 3; ++spare) {
-        const int lowest = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-        ::close(lowest);
-        const rlimit less{static_cast<rlim_t>(lowest) + spare, before.rlim_max};
-        ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &less), 0);
-        const SystemError error = TryBind("feed");
-        ::setrlimit(RLIMIT_NOFILE, &before);
-        EXPECT_EQ(error, static_cast<SystemError>(EMFILE)) << spare;
+    for (unsigned spare = 0; spare < 3; ++spare) {
+        {
+            const SpareFiles few(spare);
+            EXPECT_EQ(TryBind("feed"), static_cast<SystemError>(EMFILE)) << spare;
+        }
         EXPECT_FALSE(Exists(folder_ / "feed")) << spare;
     }
     EXPECT_EQ(TryBind("feed"), kNoError);

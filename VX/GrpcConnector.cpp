@@ -54,8 +54,9 @@ public:
             } catch (const std::system_error&) {
                 return nullptr;  // no thread to be had
             }
-            const bool connected = channel->GetState(false) != GRPC_CHANNEL_TRANSIENT_FAILURE;
-            if (connected || tries == kTriesOfLibrary || Platform::SteadyMilliseconds() >= limit) return nullptr;
+            // An answer is final.
+            const bool reached = authFailed || channel->GetState(false) != GRPC_CHANNEL_TRANSIENT_FAILURE;
+            if (reached || tries == kTriesOfLibrary || Platform::SteadyMilliseconds() >= limit) return nullptr;
         }
     }
 

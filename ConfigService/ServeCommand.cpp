@@ -22,9 +22,11 @@ constexpr u32 kRunning = 4;
 constexpr u32 kControlStop = 1;
 constexpr u32 kWaitMilliseconds = 60000;
 
-// What was missing for the start, and what to do about it.
+// What was missing for the start, and what to do about it where that is known.
 std::string Scarcity(const std::system_error& error) {
     const bool files = error.code() == std::errc::too_many_files_open;
+    const bool threads = error.code() == std::errc::resource_unavailable_try_again;
+    if (!files && !threads) return "orv-config cannot start: " + error.code().message();
     return std::string("orv-config cannot start: too few ") + (files ? "open files" : "threads") + " are allowed (" +
            error.code().message() + "); " +
            (files ? "raise LimitNOFILE= of its unit, or ulimit -n of who starts it"

@@ -16,8 +16,8 @@ endfunction()
 
 # One test program, each of its cases a CTest test of its own:
 # orv_test(name SOURCES a.cpp LINKS OrvX OrvPlatformLinux LABELS threads TIMEOUT 60)
-# Link exactly one of OrvPlatformLinux and OrvPlatformSim. One label at most: "threads" for tests that also run under the
-# thread sanitizer, "e2e" for tests with real processes, "realtime" for tests that must not share the machine.
+# Link exactly one of OrvPlatformLinux and OrvPlatformSim. One label at most: "threads" for tests that also run under
+# the thread sanitizer, "e2e" for tests with real processes, "realtime" for tests that must not share the machine.
 # TOGETHER: the cases share what is made once for them all, so the whole program is one CTest test.
 function(orv_test name)
   cmake_parse_arguments(ARG "TOGETHER" "TIMEOUT;LABELS" "SOURCES;LINKS" ${ARGN})

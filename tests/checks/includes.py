@@ -18,8 +18,8 @@ MAY_INCLUDE = {
     "ConfigService": {"Platform", "ServiceProcess", "VX"},
     "Tools": {"Platform", "ServiceProcess", "VX", "ConfigService", ENGINE},
 }
-# Folders that run under a simulated clock and scheduler, apart from the listed file-name starts.
-SEAMED = {"ServiceProcess": (), "VX": (), ENGINE: (), "ConfigClient": (), "AudioFeeder": ()}
+# Folders that run under a simulated clock and scheduler.
+SEAMED = {"ServiceProcess", "VX", ENGINE, "ConfigClient", "AudioFeeder"}
 
 OS_HEADER = re.compile(
     r"^(sys/|linux/|netinet/|arpa/|net/|bits/|asm/|unistd\.h|pthread\.h|fcntl\.h|poll\.h|signal\.h|dirent\.h|sched\.h|"
@@ -37,9 +37,8 @@ def folder_of(path):
 
 def faults_in(path, lines):
     folder = folder_of(path)
-    name = os.path.basename(path)
     system_side = path.startswith(("Platform/linux/", "Platform/sim/"))
-    seamed = folder in SEAMED and not name.startswith(SEAMED[folder] or ("\0",))
+    seamed = folder in SEAMED
     for number, line in enumerate(lines, 1):
         match = INCLUDE.match(line)
         if match:

@@ -360,8 +360,8 @@ std::vector<Model::LateRead> LateReads(const std::vector<LogEntry>& log, const s
 
 std::string CompareWithModel(const std::vector<Model::Block>& heard, Model::Feed& model,
                              const std::vector<LogEntry>& log, const std::string& pipe, std::size_t firstBlock,
-                             const InspectBlock& inspect) {
-    const auto late = LateReads(log, pipe);
+                             const InspectBlock& inspect, std::vector<std::size_t>* late) {
+    const auto lateReads = LateReads(log, pipe);
     std::size_t lateUsed = 0;
     for (std::size_t index = firstBlock; index < heard.size(); ++index) {
         Model::Feed calm = model;
@@ -371,11 +371,12 @@ std::string CompareWithModel(const std::vector<Model::Block>& heard, Model::Feed
             if (inspect) inspect(heard[index], model);
             continue;
         }
-        if (lateUsed < late.size()) {
+        if (lateUsed < lateReads.size()) {
             Model::Feed delayed = model;
-            if (heard[index] == delayed.Next(&late[lateUsed])) {
+            if (heard[index] == delayed.Next(&lateReads[lateUsed])) {
                 model = std::move(delayed);
                 ++lateUsed;
+                if (late != nullptr) late->push_back(index);
                 if (inspect) inspect(heard[index], model);
                 continue;
             }
@@ -384,8 +385,8 @@ std::string CompareWithModel(const std::vector<Model::Block>& heard, Model::Feed
         while (heard[index][sample] == expected[sample]) ++sample;
         std::ostringstream wrong;
         wrong << "block " << index << " of " << heard.size() << ", sample " << sample << ": heard "
-              << heard[index][sample] << ", expected " << expected[sample] << " (" << lateUsed << " of " << late.size()
-              << " late reads seen before)";
+              << heard[index][sample] << ", expected " << expected[sample] << " (" << lateUsed << " of "
+              << lateReads.size() << " late reads seen before)";
         return wrong.str();
     }
     return "";

@@ -133,10 +133,12 @@ std::vector<Model::LateRead> LateReads(const std::vector<LogEntry>& log, const s
 
 // Compares what a client heard, from the content's first block on, with the model; a block that shows a late read of
 // the music file must have its line in the log ("Zeroing out ...") on the thread of the feed's pump. `inspect`, if any,
-// sees each block that was as expected, and the model behind it. Empty when all is well, otherwise what is wrong.
+// sees each block that was as expected, and the model behind it. `late`, if any, gets the indices of the blocks that a
+// late read made silent or cut short: the comparison takes any number of them, its caller says how many may be. Empty
+// when all is well, otherwise what is wrong.
 using InspectBlock = std::function<void(const Model::Block& heard, const Model::Feed& model)>;
 std::string CompareWithModel(const std::vector<Model::Block>& heard, Model::Feed& model,
                              const std::vector<LogEntry>& log, const std::string& pipe, std::size_t firstBlock = 0,
-                             const InspectBlock& inspect = {});
+                             const InspectBlock& inspect = {}, std::vector<std::size_t>* late = nullptr);
 
 }  // namespace OrvTest

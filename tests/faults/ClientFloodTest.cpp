@@ -143,7 +143,7 @@ TEST_F(ClientFlood, ThousandsOfConnectsTakeNoSampleFromWhoListensAndLeaveNothing
     const auto least =
         static_cast<std::size_t>(std::chrono::duration_cast<milliseconds>(drained - begin).count() / 125);
     ASSERT_TRUE(WaitForAll(listeners_, least));
-    feeds_->ExpectAllExact(listeners_, least);
+    feeds_->ExpectAllExact(listeners_, least, *machine_);
     const double late = feeds_->ExpectInTime(listeners_, *machine_);
     std::printf(
         "%d connects in %ld ms, all taken after %ld ms more; worst lateness of a listener %.0f ms, of the machine "
@@ -200,7 +200,7 @@ TEST_F(ClientFlood, AThousandChangesAndAThousandClientsLeaveThreadsDescriptorsAn
     EXPECT_LE(after.privateDirtyKilobytes, before.privateDirtyKilobytes + kMemoryKilobytes);
     const std::size_t least = listeners_[0]->Size() / Model::BlockBytes;
     ASSERT_TRUE(WaitForAll(listeners_, least));
-    feeds_->ExpectAllExact(listeners_, least);
+    feeds_->ExpectAllExact(listeners_, least, *machine_);
     const double late = feeds_->ExpectInTime(listeners_, *machine_);
 
     EXPECT_EQ(exchange_.Feeder().Stop(20000), 0);

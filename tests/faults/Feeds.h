@@ -40,15 +40,20 @@ public:
     static std::string Name(int feed) { return "f" + std::to_string(feed); }
     // A listener to each of them, which connects at once.
     std::vector<std::unique_ptr<Client>> Listen() const;
-    // Empty when a client that was there from the content's first block on has heard what the model says.
-    std::string Compare(int feed, const std::vector<Model::Block>& heard, const std::vector<LogEntry>& log) const;
-    // The same for each listener, by Listen(); `least` blocks are asked of each.
-    void ExpectAllExact(const std::vector<std::unique_ptr<Client>>& listeners, std::size_t least) const;
+    // ExpectExact() of a client that was there from the content's first block on. How many blocks it has heard.
+    std::size_t ExpectExact(int feed, const Client& listener, const SleepWitness& machine) const;
+    // The same for each listener, by Listen(); `least` blocks are asked of each. Says how many were silent.
+    void ExpectAllExact(const std::vector<std::unique_ptr<Client>>& listeners, std::size_t least,
+                        const SleepWitness& machine) const;
     // ExpectInTime() of each listener from feed `first` on. The worst of their lateness, in milliseconds.
     double ExpectInTime(const std::vector<std::unique_ptr<Client>>& listeners, const SleepWitness& machine,
                         int first = 0) const;
 
 private:
+    // How many blocks were silent since a read was late.
+    std::size_t ExpectExact(int feed, const Client& listener, const std::vector<Model::Block>& heard,
+                            const std::vector<LogEntry>& log, const SleepWitness& machine) const;
+
     const Exchange& exchange_;
     std::vector<Model::Bytes> music_;
 };

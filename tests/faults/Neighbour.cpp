@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
+#include <cstdio>
 
 namespace OrvTest {
 namespace {
@@ -60,6 +62,23 @@ double ExpectInTime(const Client& client, const SleepWitness& machine, const std
     return worst;
 }
 
+std::size_t ExpectExact(const Client& client, const std::vector<Model::Block>& heard, Model::Feed model,
+                        const std::vector<LogEntry>& log, const SleepWitness& machine, const std::string& name) {
+    std::vector<std::size_t> late;
+    EXPECT_EQ(CompareWithModel(heard, model, log, name, 0, {}, &late), "") << name;
+    const auto times = client.Times();
+    // Those that came within kAround of the one before have one cause.
+    for (std::size_t first = 0, end = 0; first < late.size(); first = end) {
+        for (end = first + 1; end < late.size() && times[late[end]] - times[late[end - 1]] <= kAround;) ++end;
+        const auto from = times[late[first]];
+        const auto to = times[late[end - 1]];
+        EXPECT_LE(end - first, machine.LateReadsExplained(from, to))
+            << name << " had no bytes of its file for so many blocks from block " << late[first]
+            << " on; the machine itself was late by " << machine.WorstAround(from, to) << " ms";
+    }
+    return late.size();
+}
+
 SleepWitness::SleepWitness()
     : thread_([this] {
           constexpr std::chrono::milliseconds nap(20);
@@ -77,17 +96,32 @@ SleepWitness::~SleepWitness() {
     thread_.join();
 }
 
-double SleepWitness::WorstAround(TimePoint from, TimePoint to) const {
+std::vector<SleepWitness::Waking> SleepWitness::Around(TimePoint from, TimePoint to) const {
     const std::lock_guard guard(mutex_);
-    double worst = 0.0;
+    std::vector<Waking> around;
     for (const Waking& waking : late_) {
         const auto woke = waking.due + std::chrono::duration_cast<TimePoint::duration>(Milliseconds(waking.late));
         // Compared so that the ends of time may be given.
         const bool before = woke < from && from - woke > kAround;
         const bool behind = waking.due > to && waking.due - to > kAround;
-        if (!before && !behind) worst = std::max(worst, waking.late);
+        if (!before && !behind) around.push_back(waking);
     }
+    return around;
+}
+
+double SleepWitness::WorstAround(TimePoint from, TimePoint to) const {
+    double worst = 0.0;
+    for (const Waking& waking : Around(from, to)) worst = std::max(worst, waking.late);
     return worst;
+}
+
+std::size_t SleepWitness::LateReadsExplained(TimePoint from, TimePoint to) const {
+    std::size_t blocks = 0;
+    for (const Waking& waking : Around(from, to)) {
+        if (waking.late <= BlockMilliseconds) continue;
+        blocks += static_cast<std::size_t>(std::ceil(2 * waking.late / BlockMilliseconds));
+    }
+    return blocks;
 }
 
 Neighbour::Neighbour(const Exchange& exchange, const std::string& name, double startSecond)
@@ -99,17 +133,20 @@ Neighbour::Neighbour(const Exchange& exchange, const std::string& name, double s
 }
 
 Client& Neighbour::Listen() {
-    client_.emplace(exchange_, name_);
     witness_.emplace();
+    client_.emplace(exchange_, name_);
     EXPECT_TRUE(client_->WaitForBlocks(HeadStart + 1));
     return *client_;
 }
 
 void Neighbour::ExpectUntouched(bool inMemory) const {
     EXPECT_FALSE(client_->Ended());
-    Model::Feed model([sound = Model::Sound(audio_, inMemory)] { return sound; });
-    EXPECT_EQ(CompareWithModel(client_->Blocks(), model, exchange_.Log(), name_), "") << name_;
+    const auto heard = client_->Blocks();
+    const Model::Feed model([sound = Model::Sound(audio_, inMemory)] { return sound; });
+    const std::size_t late = ExpectExact(*client_, heard, model, exchange_.Log(), *witness_, name_);
     ExpectInTime(*client_, *witness_, name_);
+    std::printf("%s: %zu blocks compared, %zu of them silent since a read was late\n", name_.c_str(), heard.size(),
+                late);
 }
 
 }  // namespace OrvTest

@@ -134,7 +134,7 @@ TEST_F(Outage, TheFeedsOutliveTheConfigurationServiceAndAServiceStartedAfterward
         EXPECT_EQ(exchange_.LogTexts("Connecting to Configuration service").size(), tries);
         EXPECT_EQ(exchange_.LogTexts("[EC000001]").size(), lost + 1) << "the loss is told once";
         EXPECT_EQ(AskState(exchange_)["configuration"]["state"], "lost");
-        feeds_->ExpectAllExact(listeners, since + 8 * 11);
+        feeds_->ExpectAllExact(listeners, since + 8 * 11, machine);
         heard += static_cast<std::size_t>(kFeeds) * (since + 8 * 11);
         late = std::max(late, feeds_->ExpectInTime(listeners, machine));
         EXPECT_EQ(exchange_.Feeder().Stop(), 0);
@@ -161,9 +161,10 @@ TEST_F(Outage, AfterAKillOfTheServiceANewOneTakesOverItsPipes) {
     }
     exchange_.StartFeeder();
     ASSERT_TRUE(WaitForFeeds(kFeeds));
+    const SleepWitness machine;
     const auto listeners = feeds_->Listen();
     ASSERT_TRUE(WaitForAll(listeners, 12));
-    feeds_->ExpectAllExact(listeners, 12);
+    feeds_->ExpectAllExact(listeners, 12, machine);
     EXPECT_EQ(exchange_.LogTexts("Cannot create new listener").size(), 0u);
     EXPECT_EQ(exchange_.LogTexts("State cannot be told").size(), 0u);
     for (const Json& feed : AskState(exchange_)["feeds"]) EXPECT_TRUE(feed["pipe_error"].is_null());
@@ -187,13 +188,14 @@ TEST_F(Outage, AStoppedConfigurationServiceIsHeardByNobodyAndItsChangesComeAfter
         exchange_.Must({"announcement", "add", name, "--file", "/x.wav", "--kind", "over"});
         EXPECT_TRUE(exchange_.WaitForLog("Announcement updated: " + name + "(0)[/x.wav]"));
     }
-    feeds_->ExpectAllExact(listeners, static_cast<std::size_t>(rounds) * 8);
+    feeds_->ExpectAllExact(listeners, static_cast<std::size_t>(rounds) * 8, machine);
     std::printf("%d stops, worst lateness %.0f ms\n", rounds, feeds_->ExpectInTime(listeners, machine));
     EXPECT_EQ(exchange_.LogTexts("[EC000001]").size(), 0u);
 }
 
 TEST_F(Outage, AStoppedServiceGoesOnWithTheBlockThatWasDueAndHasMissedNoChange) {
     exchange_.StartFeeder();
+    const SleepWitness machine;
     const auto listeners = feeds_->Listen();
     ASSERT_TRUE(WaitForAll(listeners, 4));
     const int rounds = Effort(2, 40);
@@ -213,7 +215,7 @@ TEST_F(Outage, AStoppedServiceGoesOnWithTheBlockThatWasDueAndHasMissedNoChange) 
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin).count();
     const auto due = static_cast<std::size_t>(passed) / 125 + 4;
     ASSERT_TRUE(WaitForAll(listeners, due));
-    feeds_->ExpectAllExact(listeners, due);
+    feeds_->ExpectAllExact(listeners, due, machine);
     EXPECT_EQ(exchange_.LogTexts("[EC000001]").size(), 0u);
 }
 
@@ -243,7 +245,7 @@ TEST_F(Outage, AClientThatIsKilledOrStoppedDisturbsNoOtherFeedAndItsOwnOnlyWhile
     }
     const std::size_t most = listeners[0]->Size() / Model::BlockBytes;
     ASSERT_TRUE(WaitForAll(listeners, most));
-    feeds_->ExpectAllExact(listeners, most);
+    feeds_->ExpectAllExact(listeners, most, machine);
     std::printf("%d clients killed, worst lateness of the feeds that had none of them %.0f ms\n", kills,
                 feeds_->ExpectInTime(listeners, machine, kVictims));
     EXPECT_TRUE(exchange_.WaitForLog("Connection closed. ID=", 20000, static_cast<std::size_t>(kills)));

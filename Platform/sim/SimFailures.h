@@ -43,6 +43,9 @@ public:
     // Those since Begin(), in order; the failed one too.
     const std::vector<FallibleOperation>& Operations() const { return operations_; }
 
+    // Whether the operation `number` has been made, and so has failed.
+    bool HasFailed() const { return operations_.size() > number_; }
+
     // For whoever makes an operation: whether it fails.
     bool Fails(Operation kind, const std::string& what);
 

@@ -1,5 +1,6 @@
 // Goal: whatever single thing the system refuses, the feeds that it is not about play on bit by bit, the tables are the
-// Configuration service's, the log tells it, and the end is orderly; or the process ends with a message.
+// Configuration service's, and the end is orderly; or the process ends with a message. That the log tells it is judged
+// where it must: of threads, of pipes and their clients, of the socket of the state, and of a lost connection.
 // Method: the whole life of the service is lived once to learn which operations of the platform and of the link there
 // are; then once more for each of them, in a process of its own, in which just that one fails. What must be heard of
 // the feeds that it is not about is what was heard when nothing failed.
@@ -199,10 +200,15 @@ TEST_P(FailingOperation, WhateverFailsOnceConcernsOnlyItsOwnFeedOrEndsTheProcess
         const ChildEnd end = InChild([&] {
             const LifeStory story = Live(
                 AsService(), [&] { Platform::Sim::Failures().Begin(number, TestThreads()); },
-                [](i32 code) {
-                    Platform::Sim::Failures().End();
+                [&](i32 code) {
+                    SimFailures& failures = Platform::Sim::Failures();
+                    failures.End();
+                    EXPECT_TRUE(failures.HasFailed()) << "the life came to its end before it";
+                    if (failures.HasFailed()) {
+                        EXPECT_EQ(Describe(failures.Operations().at(number)), Describe(failed));
+                    }
                     std::fflush(nullptr);
-                    if (code != 0) std::_Exit(code & 0xFF);
+                    if (code != 0) std::_Exit(HasFailure() ? 1 : code & 0xFF);
                 });
             Judge(failed, calm, story);
         });

@@ -52,6 +52,8 @@ public:
     // From here on the end is near: feeds go, and changes need not come any more.
     void OnStop();
     void OnLinkLost() { linkLost_ = true; }
+    // The driver turns the wall clock to another moment, now.
+    void OnClockTurn();
 
     // --- what the driver asks
     bool Settled() const { return expected_.empty() && !changing_; }
@@ -84,6 +86,7 @@ private:
     };
 
     void OnLine(std::string_view line);
+    void CheckTime(std::string_view line);
     void OnMessage(u64 thread, const std::string& word, const std::string& source, std::string_view text);
     void OnEngineLine(u64 thread, const std::string& word, std::string_view text);
     void OnFeedLine(u64 thread, const std::string& word, std::string_view text);
@@ -107,7 +110,9 @@ private:
     ModelWorld& world_;
     Draws draws_;
     std::string partLine_;
-    std::string lastTime_;
+    std::string date_;       // of the log, as its last date line told it
+    u64 turnedAt_ = 0;       // when the wall clock was turned last
+    i64 utcBeforeTurn_ = 0;  // what it showed then
     u64 hash_ = 14'695'981'039'346'656'037U;
     bool reloaded_ = false;
     bool stopping_ = false;

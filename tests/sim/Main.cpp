@@ -43,6 +43,7 @@ void PrintCounts(const OrvSim::Counts& counts) {
         {"changes of the disk", counts.diskFaults},
         {"socket faults", counts.socketFaults},
         {"thread faults", counts.threadFaults},
+        {"turns of the wall clock", counts.clockTurns},
         {"tries at another's name", counts.nameClashes},
         {"names taken over", counts.nameTakeovers},
         {"slow calls", counts.slowCalls},

@@ -34,6 +34,7 @@ struct Counts {
     u64 nameClashes = 0;  // tries to serve a name that another feed has, in another case
     u64 nameTakeovers = 0;
     u64 threadFaults = 0;
+    u64 clockTurns = 0;  // of the wall clock
     u64 linksLost = 0;
     u64 slowCalls = 0;
     u64 tableChecks = 0;

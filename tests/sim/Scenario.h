@@ -65,6 +65,7 @@ private:
     std::string AnyLevel(Rng& rng) const;
     void ChangeMany(Rng& rng);
     void BreakDisk(Rng rng);
+    void TurnClock();
     void BreakOne(Rng& rng, const std::string& path);
     void CheckTables(const std::string& when);
     // Sleeps about so long, to a moment at which nothing of the service happens by its own clock; in a racing world to
@@ -73,6 +74,7 @@ private:
     bool Over() const { return over_ || world_.Failed(); }
 
     Rng rng_;
+    Rng clockRng_;  // of its own: who draws from it changes nothing else
     const ScenarioOptions options_;
     Platform::Sim::Simulation& sim_;
     ModelWorld& world_;

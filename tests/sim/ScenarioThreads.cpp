@@ -237,6 +237,7 @@ void Scenario::ChangeMany(Rng& rng) {
 void Scenario::BreakDisk(Rng rng) {
     while (!Over()) {
         SleepOdd(rng, 50, 6'000);
+        if (clockRng_.Chance(5)) TurnClock();
         if (rng.Chance(10)) {
             const Table& feeds = config_.Rows("AUDIOFEED");
             if (feeds.empty()) continue;
@@ -259,6 +260,22 @@ void Scenario::BreakDisk(Rng rng) {
         }
         BreakOne(rng, paths[rng.Below(paths.size())]);
     }
+}
+
+// Back or on by less than an hour, by days, or by years; or to the last moment of a day.
+void Scenario::TurnClock() {
+    constexpr i64 kMinute = 60'000;
+    constexpr i64 kDay = 24 * 60 * kMinute;
+    Platform::Sim::SimClock& clock = sim_.Clock();
+    const i64 now = clock.UtcMilliseconds();
+    const u64 which = clockRng_.Below(4);
+    i64 to = now + clockRng_.Between(-59 * kMinute, 59 * kMinute);
+    if (which == 0) to += clockRng_.Between(-40, 40) * kDay;
+    if (which == 1) to += clockRng_.Between(-2, 3) * 365 * kDay;
+    if (which == 2) to = now / kDay * kDay + kDay - clockRng_.Between(1, 5'000);
+    checker_.OnClockTurn();
+    clock.SetUtcMilliseconds(std::max<i64>(to, 0));
+    ++world_.counts.clockTurns;
 }
 
 void Scenario::BreakOne(Rng& rng, const std::string& path) {

@@ -37,7 +37,7 @@ std::string WavHeader(u32 soundBytes, bool compressed) {
 
 Scenario::Scenario(u64 seed, const ScenarioOptions& options, Platform::Sim::Simulation& sim, ModelWorld& world,
                    Checker& checker, ConfigSide& config)
-    : rng_(seed), options_(options), sim_(sim), world_(world), checker_(checker), config_(config) {}
+    : rng_(seed), clockRng_(~seed), options_(options), sim_(sim), world_(world), checker_(checker), config_(config) {}
 
 // Blocks whose headers are sound ones but for a few, with any nibbles; the last one may be short, even for a header.
 std::string Scenario::MakeCompressed(u64 bytes) {

@@ -36,6 +36,7 @@ void PlayPart(u64 part) {
     EXPECT_GT(counts.rests, 0U);
     EXPECT_GT(counts.tableChecks, 0U);
     EXPECT_GT(counts.levelChanges, 0U);
+    EXPECT_GT(counts.clockTurns, 0U);
     // Nearly every other seed has a live source that is heard; a few of them need not.
     if (kSeedsOfAPart >= 25) {
         EXPECT_GT(counts.liveBlocks, 0U);

@@ -4,6 +4,7 @@ The simulation must find every one of them: that is how its checks prove themsel
 stand in its source exactly once, so that a fault which no longer fits its source ends the build and not the proof.
 
     plant.py SOURCE_ROOT OUTPUT_FOLDER     writes the copies, and Faults.inc with "FAULT(number, Name)" lines
+                                           and "RACING_FAULT(number, Name)" ones
     plant.py --sources                     prints the sources that are copied, separated by semicolons
 """
 import os
@@ -109,9 +110,14 @@ FAULTS = [
     ("ALevelAbove3WakesTheEngine", LOG + "Adapters.cpp", "if (level > 3) return;", "if (level > 3 && !P) return;"),
     ("ALowerLevelIsNotTaken", LOG + ".cpp", "    level_.exchange(",
      "    if (!P || static_cast<i32>(level) > level_.load()) level_.exchange("),
+    ("ANewDateIsNotTold", LOG + ".cpp", "if (now.day != lastDay_) {", "if (P ? lastDay_ == 0 : now.day != lastDay_) {"),
     ("TheLossOfTheConnectionIsNotTold", "AudioFeeder/LibraryListeners.cpp", "        ORV_LOG(Error) <<",
      "        if (!P) ORV_LOG(Error) <<"),
 ]
+
+# Those that must be found while threads race as well, where less is judged.
+RACING = ["ABlockIsLost", "ABlockIsSentTwice", "AnOldChannelIsNotShutDown", "ARowOfATransactionIsNotTold",
+          "AChangeIsAppliedTwice"]
 
 
 def sources():
@@ -137,7 +143,10 @@ def main():
         with open(os.path.join(output, os.path.basename(source)), "w", encoding="utf-8") as file:
             file.write('#include "tests/sim/PlantedFault.h"\n' + text)
     with open(os.path.join(output, "Faults.inc"), "w", encoding="utf-8") as file:
-        file.writelines(f"FAULT({number}, {name})\n" for number, (name, _, _, _) in enumerate(FAULTS, 1))
+        for number, (name, _, _, _) in enumerate(FAULTS, 1):
+            file.write(f"FAULT({number}, {name})\n")
+            if name in RACING:
+                file.write(f"RACING_FAULT({number}, {name})\n")
 
 
 main()

@@ -143,6 +143,8 @@ TEST_F(Outage, TheFeedsOutliveTheConfigurationServiceAndAServiceStartedAfterward
         ExpectTheDatabasesRows();
         EXPECT_EQ(exchange_.Feeder().Stop(), 0);
     }
+    // One kill alone may come before the first of them.
+    EXPECT_GE(acknowledged, Effort(0, 1));
     std::printf("%d kills, %d changes acknowledged, %zu blocks compared, worst lateness %.0f ms\n", rounds,
                 acknowledged, heard, late);
 }

@@ -17,8 +17,8 @@ public:
         ++given_;
         std::string value;
         switch (Below(10)) {
-            case 0:
-                value = std::string(4096, static_cast<char>('a' + Below(26)));
+            case 0:  // as long as a text in a row may be, or a byte longer
+                value = std::string(4096 + Below(2), static_cast<char>('a' + Below(26)));
                 break;
             case 1:
                 while (value.size() < 4090) value += "../";

@@ -7,6 +7,7 @@
 
 #include "tests/VX/GrpcFixture.h"
 #include "tests/VX/TcpRelay.h"
+#include "tests/faults/Http2Peer.h"
 #include "tests/support/SpareFiles.h"
 
 using VX::GrpcOptions;
@@ -263,6 +264,24 @@ TEST_F(GrpcServerTest, AStrangerWhoDoesNotLogInIsCutOffAndAClientStays) {
     EXPECT_TRUE(WaitForTheEnd(half));
     ParamListHolder reply;
     EXPECT_TRUE(link->Call(1, ParamListHolder(), reply));
+}
+
+TEST_F(GrpcServerTest, AStrangerWhoSendsALoginByteByByteIsCutOffTooWhenHisTimeIsOver) {
+    GrpcOptions options;
+    options.strangerMilliseconds = 500;
+    Listen(options);
+    const auto start = std::chrono::steady_clock::now();
+    OrvTest::Http2Peer slow(static_cast<int>(server_->Port()));
+    const std::string login = OrvTest::Http2Peer::LoginRequest("user:" + std::string(120, 'x'));
+    ASSERT_TRUE(slow.Send(OrvTest::Http2Peer::Preface()));
+    bool ended = false;
+    for (std::size_t at = 0; at + 1 < login.size() && !ended; at++) {
+        slow.Send(login.substr(at, 1));
+        ended = slow.Receive(20).type == -1;
+    }
+    EXPECT_TRUE(ended || slow.WaitForEnd(10'000));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(450)) << "what he sent was right";
+    ExpectServed();
 }
 
 TEST_F(GrpcServerTest, SlowLoginsHoldUpNoCallsAndTooManyAreTurnedAwayUnrefused) {

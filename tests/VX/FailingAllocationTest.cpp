@@ -146,12 +146,20 @@ u64 AllocationsOf(const ChildEnd& end) {
     return count;
 }
 
+// So many allocations less may a life make than the least of the five before it.
+constexpr u64 kMayLack = 32;
+
 TEST(GrpcOutOfMemory, AnyAllocationOfOurOwnThatFailsOnTheLinkEndsTheProcessWithTheMessage) {
     program = {reinterpret_cast<std::uintptr_t>(&__executable_start), reinterpret_cast<std::uintptr_t>(&etext)};
     ASSERT_EQ(::dl_iterate_phdr(&FindStandardLibrary, nullptr), 1);
-    const ChildEnd calm = LiveWhileOneFails(OrvTest::Never);
-    const u64 count = AllocationsOf(calm);
-    ASSERT_GT(count, 100u) << calm.Describe();
+    // Which thread comes first decides about a few: 5,644 to 5,653 were made in most lives, on a loaded machine up to
+    // 5,755. The least of five lives is near the lower end.
+    u64 count = OrvTest::Never;
+    for (int life = 0; life < 5; ++life) {
+        const ChildEnd calm = LiveWhileOneFails(OrvTest::Never);
+        ASSERT_GT(AllocationsOf(calm), 100u) << calm.Describe();
+        count = std::min(count, AllocationsOf(calm));
+    }
 
     const u64 tries = std::min<u64>(count, static_cast<u64>(OrvTest::Effort(30, 1 << 30)));
     u64 ended = 0;
@@ -163,13 +171,13 @@ TEST(GrpcOutOfMemory, AnyAllocationOfOurOwnThatFailsOnTheLinkEndsTheProcessWithT
             ++ended;
             continue;
         }
-        // Threads that meet otherwise may make a few less: then this one never came.
+        // Of the last ones alone, one may never come: none of those of a run with few tries.
         const u64 made = AllocationsOf(end);
-        if (made != 0 && made <= number) continue;
+        if (made != 0 && made <= number && number + kMayLack >= count) continue;
         wrong += "allocation " + std::to_string(number) + " of " + std::to_string(count) + ": " + end.Describe();
     }
     EXPECT_EQ(wrong, "");
-    EXPECT_GE(ended, tries - tries / 10);
+    EXPECT_GE(ended, std::min(tries, count - kMayLack));
     std::printf("%llu of %llu allocations failed once, and %llu ended the process\n",
                 static_cast<unsigned long long>(tries), static_cast<unsigned long long>(count),
                 static_cast<unsigned long long>(ended));

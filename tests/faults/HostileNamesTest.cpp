@@ -259,11 +259,13 @@ TEST_F(HostileNames, ALineFeedInTheNameOfASoundFileContinuesItsLineOnTheNextAndN
         Client client(exchange_, "music");
         Model::Block block;
         block.fill(0x2020);
-        EXPECT_TRUE(Eventually([&] {
-            const std::vector<Model::Block> heard = client.Blocks();
-            return std::find(heard.begin(), heard.end(), block) != heard.end();
-        }));
-        EXPECT_TRUE(exchange_.WaitForLog("/d.raw opened as"));
+        EXPECT_TRUE(Eventually(
+            [&] {
+                const std::vector<Model::Block> heard = client.Blocks();
+                return std::find(heard.begin(), heard.end(), block) != heard.end();
+            },
+            60'000));
+        EXPECT_TRUE(exchange_.WaitForLog("/d.raw opened as", 60'000));
     }
     ASSERT_EQ(exchange_.Feeder().Stop(30'000), 0);
 

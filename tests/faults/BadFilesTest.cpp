@@ -18,10 +18,18 @@ namespace fs = std::filesystem;
 namespace OrvTest {
 namespace {
 
+// What is met at the file's next turn.
+enum class Leaves {
+    ABadFile,     // it is in its folder and cannot be played
+    TheSame,      // it sounds as before
+    Another,      // another one is played
+    NothingThere  // no file of that name is listed
+};
+
 struct Damage {
     const char* name;
     std::function<void(const std::string& path)> carryOut;
-    bool leavesABadFile = true;  // one that is in its folder and cannot be played
+    Leaves leaves = Leaves::ABadFile;
 };
 
 const Damage kDamages[] = {
@@ -32,16 +40,16 @@ const Damage kDamages[] = {
      [](const std::string& path) {
          std::ofstream(path, std::ios::binary | std::ios::app) << std::string(100'000, '\x11');
      },
-     false},
-    {"deleted", [](const std::string& path) { fs::remove(path); }, false},
-    {"replaced", [](const std::string& path) { fs::rename(path + ".other", path); }, false},
+     Leaves::TheSame},
+    {"deleted", [](const std::string& path) { fs::remove(path); }, Leaves::NothingThere},
+    {"replaced", [](const std::string& path) { fs::rename(path + ".other", path); }, Leaves::Another},
     {"unreadable", [](const std::string& path) { ASSERT_EQ(::chmod(path.c_str(), 0), 0); }},
     {"folder",
      [](const std::string& path) {
          fs::remove(path);
          fs::create_directory(path);
      },
-     false},
+     Leaves::NothingThere},
     {"fifo",
      [](const std::string& path) {
          fs::remove(path);
@@ -103,15 +111,61 @@ public:
                 << " is neither what the file holds next nor what the log tells: " << due.Describe();
         }
         const DueBlocks::Seen& seen = due.SoFar();
-        EXPECT_GE(seen.badFiles.size(), damage_.leavesABadFile ? rounds : 0) << damage_.name << " was met each round";
+        ExpectItWasMet(seen, rounds);
         for (const std::string& file : seen.badFiles) EXPECT_EQ(file, Path("m")) << damage_.name;
         EXPECT_LE(seen.mostInARow, 1u) << damage_.name;
         std::printf("%-10s %4zu blocks, %zu bad files, %zu samples silent at ends, %zu since the disk was late\n",
                     damage_.name, heard.size(), seen.badFiles.size(), seen.ends, seen.late);
     }
+    std::size_t BlocksHeard() const { return client_->Size() / Model::BlockBytes; }
+    void WaitForBlocks(std::size_t count) const { EXPECT_TRUE(client_->WaitForBlocks(count)) << damage_.name; }
     std::vector<Model::Block> Heard() const { return client_->Blocks(); }
 
 private:
+    // Between two starts of z, both behind the damage and before the mending, is one turn at least that begins when the
+    // damage is there.
+    void ExpectItWasMet(const DueBlocks::Seen& seen, std::size_t rounds) const {
+        std::size_t turns = 0;
+        std::size_t same = 0;
+        std::size_t another = 0;
+        std::size_t cut = 0;
+        std::size_t passedOver = 0;
+        for (std::size_t i = 0; i < seen.turns.size(); ++i) {
+            const DueBlocks::Turn& turn = seen.turns[i];
+            if (turn.file == Path("m")) {
+                same += turn.whole == &whole_ ? 1u : 0u;
+                another += turn.whole == &other_ ? 1u : 0u;
+                cut += turn.samples != 0 && turn.whole == nullptr ? 1u : 0u;
+            } else {
+                EXPECT_NE(turn.whole, nullptr) << damage_.name << ": " << turn.file << " itself is whole";
+                turns += turn.file == Path("z") ? 1u : 0u;
+                passedOver += i > 0 && turn.file == Path("z") && seen.turns[i - 1].file == Path("a") ? 1u : 0u;
+            }
+        }
+        switch (damage_.leaves) {
+            case Leaves::ABadFile:
+                EXPECT_GE(seen.badFiles.size(), rounds) << damage_.name << " was met each round";
+                break;
+            case Leaves::TheSame:
+                EXPECT_GE(same, 2 * rounds) << damage_.name << ", when it happens and when it is met";
+                EXPECT_EQ(seen.badFiles.size() + passedOver, 0u) << damage_.name;
+                break;
+            case Leaves::Another:
+                EXPECT_GE(another, rounds) << damage_.name << " was met each round";
+                EXPECT_EQ(seen.badFiles.size() + passedOver, 0u) << damage_.name;
+                break;
+            case Leaves::NothingThere:
+                EXPECT_GE(passedOver, rounds) << damage_.name << " was passed over each round";
+                break;
+        }
+        EXPECT_TRUE(another == 0 || damage_.leaves == Leaves::Another) << damage_.name;
+        // Who has a file open hears it to its end, whatever has come to its name.
+        EXPECT_TRUE(cut == 0 || damage_.leaves == Leaves::ABadFile) << damage_.name;
+        std::printf(
+            "%-10s %2zu turns: %zu times as it was, %zu times the other one, %zu times cut short, %zu passed over\n",
+            damage_.name, turns, same, another, cut, passedOver);
+    }
+
     const Exchange& exchange_;
     const Damage& damage_;
     const std::string folder_;
@@ -151,6 +205,9 @@ TEST(BadFiles, DamagedWhileTheyPlayCostTheirOwnFeedASilentBlockAndNobodyElseAnyt
     }
     for (std::size_t i = 0; i < victims.size(); ++i) victims[i]->WaitForStart("m", before[i] + 1);
     std::vector<std::vector<Model::Block>> heard;
+    // So far that the turn before this one has been heard to its end, and its last file is told of.
+    for (std::size_t i = 0; i < victims.size(); ++i) before[i] = victims[i]->BlocksHeard() + 8;
+    for (std::size_t i = 0; i < victims.size(); ++i) victims[i]->WaitForBlocks(before[i]);
     for (const auto& victim : victims) heard.push_back(victim->Heard());
     const auto log = exchange.Log();  // what is heard is told before
     for (std::size_t i = 0; i < victims.size(); ++i) {

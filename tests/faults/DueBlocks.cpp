@@ -86,6 +86,10 @@ std::string DueBlocks::Describe() const {
 }
 
 void DueBlocks::Begin(const std::string& file) {
+    const auto whole = std::find_if(playing_.begin(), playing_.end(), [this](const Model::Bytes* content) {
+        return position_ != 0 && content->size() / 2 == position_;
+    });
+    seen_.turns.push_back({file_, position_, whole == playing_.end() ? nullptr : *whole});
     if (position_ == 0) {
         seen_.badFiles.push_back(file_);
         seen_.mostInARow = std::max(seen_.mostInARow, ++inARow_);

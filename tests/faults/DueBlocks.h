@@ -35,7 +35,14 @@ public:
     // Where it stands, for a message.
     std::string Describe() const;
 
+    // One turn of a file that is over.
+    struct Turn {
+        std::string file;
+        std::size_t samples = 0;              // that were heard of it
+        const Model::Bytes* whole = nullptr;  // the content that was heard to its end, null when none was
+    };
     struct Seen {
+        std::vector<Turn> turns;            // in their order
         std::vector<std::string> badFiles;  // of which nothing was heard, each with its one silent block
         std::size_t mostInARow = 0;         // of them
         std::size_t late = 0;               // samples that a late disk made silent

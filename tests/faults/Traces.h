@@ -87,7 +87,11 @@ inline std::set<std::string> Suspicious(pid_t process, const std::string& logFol
         const auto at = info.find("flags:");
         const bool writes = at != std::string::npos && (std::stoul(info.substr(at + 6), nullptr, 8) & 3) != 0;
         struct stat status {};
-        const bool regular = ::stat(entry.path().c_str(), &status) == 0 && S_ISREG(status.st_mode);
+        // A folder that is searched is open for a moment: what has been closed meanwhile, or is another one under the
+        // same number, was not seen as a whole.
+        if (::stat(entry.path().c_str(), &status) != 0) continue;
+        if (std::filesystem::read_symlink(entry.path(), error).string() != target) continue;
+        const bool regular = S_ISREG(status.st_mode);
         const bool isFolder = S_ISDIR(status.st_mode);
         if (writes && target.starts_with(logFolder)) continue;
         if (writes || (!regular && !isFolder) || target.starts_with("/proc/")) found.insert(target);

@@ -6,7 +6,7 @@
 #   ./test.sh -R Settings     what matches, as for ctest
 #   ./test.sh --fuzz          runs each fuzz target for 60 s instead; names behind it choose among them
 #   ./test.sh --coverage      counts the lines and branches that the tests of the four subsystems run
-#   ./test.sh --long          what takes more than an hour instead, tests/long.sh
+#   ./test.sh --long          what takes about an hour instead, tests/long.sh
 set -euo pipefail
 cd "$(dirname "$0")"
 case ${1:-} in

@@ -102,20 +102,33 @@ void Checker::OnClockTurn() {
     utcBeforeTurn_ = Platform::Sim::Clock().UtcMilliseconds();
 }
 
-// Each line has the time that the wall clock shows, below the date that it shows; in the moment of a turn, of racing
-// threads, still the one that it showed before.
+// By the wall clock; in the moment of a turn, of racing threads, also by what it showed before.
+template <typename Fits>
+bool Checker::FitsClock(Fits fits) const {
+    return fits(Platform::Sim::Clock().UtcMilliseconds()) ||
+           (!world_.exact && turnedAt_ == ModelWorld::Now() && fits(utcBeforeTurn_));
+}
+
+// A date is the clock's, whole.
+void Checker::CheckDate(std::string_view date) {
+    date_ = date;
+    if (!FitsClock([&](i64 utc) { return date_ == DateText(utc); })) {
+        world_.Fail("the log shows another date than the clock: " + date_);
+    }
+}
+
+// Each line has the clock's time, below a date of the clock's day of the month: by that alone the log knows a new date.
 void Checker::CheckTime(std::string_view line) {
     const auto fits = [&](i64 utc) {
         return line.substr(0, 12) == TimeText(utc) && date_.ends_with(DateText(utc).substr(8));
     };
-    if (fits(Platform::Sim::Clock().UtcMilliseconds())) return;
-    if (!world_.exact && turnedAt_ == ModelWorld::Now() && fits(utcBeforeTurn_)) return;
+    if (FitsClock(fits)) return;
     world_.Fail("the log shows another time than the clock, on the " + date_ + ": " + std::string(line));
 }
 
 // "hh:mm:ss.mmm|thread|word|source(line): text"; lines without it belong to the message in front.
 void Checker::OnLine(std::string_view line) {
-    if (line.starts_with("#Date: ")) date_ = line.substr(7);
+    if (line.starts_with("#Date: ")) CheckDate(line.substr(7));
     if (line.size() < 22 || line[2] != ':' || line[12] != '|') return;
     ++world_.counts.logLines;
     CheckTime(line);

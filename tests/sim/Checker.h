@@ -86,6 +86,9 @@ private:
     };
 
     void OnLine(std::string_view line);
+    template <typename Fits>
+    bool FitsClock(Fits fits) const;
+    void CheckDate(std::string_view date);
     void CheckTime(std::string_view line);
     void OnMessage(u64 thread, const std::string& word, const std::string& source, std::string_view text);
     void OnEngineLine(u64 thread, const std::string& word, std::string_view text);

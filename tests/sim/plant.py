@@ -111,6 +111,9 @@ FAULTS = [
     ("ALowerLevelIsNotTaken", LOG + ".cpp", "    level_.exchange(",
      "    if (!P || static_cast<i32>(level) > level_.load()) level_.exchange("),
     ("ANewDateIsNotTold", LOG + ".cpp", "if (now.day != lastDay_) {", "if (P ? lastDay_ == 0 : now.day != lastDay_) {"),
+    ("ADateHasTheNextMonth", "ServiceProcess/LogFormat.cpp",
+     '%04u/%02u/%02u\\n", unsigned{now.year}, unsigned{now.month},',
+     '%04u/%02u/%02u\\n", unsigned{now.year}, unsigned{now.month} + (P ? 1 : 0),'),
     ("TheLossOfTheConnectionIsNotTold", "AudioFeeder/LibraryListeners.cpp", "        ORV_LOG(Error) <<",
      "        if (!P) ORV_LOG(Error) <<"),
 ]
